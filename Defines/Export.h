@@ -1,0 +1,12 @@
+#ifndef WFILESYSTEM_DEFINES_EXPORT_H
+#define WFILESYSTEM_DEFINES_EXPORT_H
+
+/// \file
+/// \brief The one export macro of the library.
+///
+/// The library is built with hidden visibility; what carries this macro is its binary interface. The macro is the same for
+/// the shared and the static library, so that a client compiles alike against both.
+
+#define WFILESYSTEM_EXPORT __attribute__((visibility("default")))
+
+#endif

@@ -1,0 +1,15 @@
+#ifndef WFILESYSTEM_FILESYSTEM_WFILESYSTEM_H
+#define WFILESYSTEM_FILESYSTEM_WFILESYSTEM_H
+
+/// \file
+/// \brief Every public header of the file system, for those who want one line.
+
+#include <FileSystem/File.h>
+#include <FileSystem/FileImpl.h>
+#include <FileSystem/FileSystem.h>
+#include <FileSystem/GenericFile.h>
+#include <FileSystem/Initializer.h>
+#include <FileSystem/Path.h>
+#include <FileSystem/ReadableFile.h>
+
+#endif
