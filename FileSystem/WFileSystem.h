@@ -11,5 +11,7 @@
 #include <FileSystem/Initializer.h>
 #include <FileSystem/Path.h>
 #include <FileSystem/ReadableFile.h>
+#include <FileSystem/UpdateableFile.h>
+#include <FileSystem/WriteableFile.h>
 
 #endif

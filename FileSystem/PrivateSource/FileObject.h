@@ -3,11 +3,13 @@
 
 // What the file objects have in common. Their own sources show what is particular to each.
 //
-// The sides are stacked: a readable file is a ReadSide over a GenericSide. No side has a destructor that touches the file: an
-// object whose construction fails must leave its descriptor alone. The classes at the end call ApplyPolicy or close.
+// The sides are stacked: a readable file is a ReadSide over a GenericSide, a writeable file a WriteSide over one, and
+// an updateable file a ReadSide over such a WriteSide. No side has a destructor that touches the file: an object whose
+// construction fails must leave its descriptor alone. The classes at the end do so in theirs.
 
 #include <Base/TotalTimer.h>
 #include <FileSystem/FileImpl.h>
+#include <FileSystem/GenericFile.h>
 #include <FileSystem/PrivateSource/ModuleMain.h>
 
 #include <string>
@@ -21,12 +23,13 @@ enum class StandardDescriptors { REFUSED, ACCEPTED };
 
 /// The module, without which there are no file objects.
 /// \param constructor the full name of the constructor, for reports
-/// \throws WBase::ExceptionImpl<WBase::Message> "…: Can't open '…'." and "No WFileSystem::Initializer lives.", with the ID -1
+/// \throws WBase::ExceptionImpl<WBase::Message> "…: Can't open '…'." and "No WFileSystem::Initializer lives.", with the
+///     ID -1
 ModuleMain& GetModule(wchar_t const* constructor, wchar_t const* path);
 
 /// Opens the file, with O_NOCTTY, and sets close-on-exec.
-/// \throws WBase::ExceptionImpl<WBase::Message> "…: ::open failed for '…'.", "…: ::open '…' and get system file handle." or
-///     "::fcntl() failed"; with the last one the descriptor stays open, on purpose
+/// \throws WBase::ExceptionImpl<WBase::Message> "…: ::open failed for '…'.", "…: ::open '…' and get system file
+///     handle." or "::fcntl() failed"; with the last one the descriptor stays open, on purpose
 int Open(
     wchar_t const* constructor, wchar_t const* path, char const* narrowPath, int flags, mode_t mode,
     StandardDescriptors standardDescriptors);
@@ -34,8 +37,22 @@ int Open(
 /// The file's locker. Closes the descriptor when that fails.
 WBase::ReturnPtrI<InprocessFileLocker> GetLocker(ModuleMain& module, wchar_t const* path, int fd);
 
+/// Opens the file for writing, created when missing, with the module's permission bits, which an existing regular file
+/// is given before.
+/// \param flags O_WRONLY or O_RDWR
+/// \throws as Open; WBase::StringConversionException
+int OpenForWriting(
+    ModuleMain const& module, wchar_t const* constructor, wchar_t const* path, int flags,
+    StandardDescriptors standardDescriptors);
+
+/// Does to an open file what the policy says; with any other number nothing. An exception ends the process.
+void ApplyPolicy(IF_COMMIT_AND_CLOSE_WAS_NOT_CALLED policy, wchar_t const* path, int& fd) noexcept;
+
 /// Reads 4 bytes, the least significant first.
 unsigned int ReadLittleEndian(wchar_t const* path, int fd);
+
+/// Writes 4 bytes, the least significant first.
+void WriteLittleEndian(wchar_t const* path, int fd, unsigned int value);
 
 /// What every file object has.
 template <class Interface>
@@ -147,6 +164,86 @@ private:
     bool isReadLocked_ = false;
     WBase::TotalTimer readTimer_;
     WBase::TotalTimer readLockTimer_;
+};
+
+/// What can be written has. Its operations are timed.
+template <class Base>
+class WriteSide : public Base {
+public:
+    void Write(char const* text, unsigned long n) override {
+        Timer const timer(writeTimer_);
+        FileImpl::Write(this->GetPath(), this->descriptor_, text, n);
+        this->isLockTouched_ = false;
+    }
+
+    void Write(void const* data, unsigned long n) override {
+        Timer const timer(writeTimer_);
+        FileImpl::Write(this->GetPath(), this->descriptor_, data, n);
+        this->isLockTouched_ = false;
+    }
+
+    void WriteLittleEndian(unsigned int const& value) override {
+        Timer const timer(writeTimer_);
+        FileObject::WriteLittleEndian(this->GetPath(), this->descriptor_, value);
+        this->isLockTouched_ = false;
+    }
+
+    void Flush() override {
+        Timer const timer(writeTimer_);
+        FileImpl::Flush(this->GetPath(), this->descriptor_);
+    }
+
+    void Truncate() override {
+        Timer const timer(writeTimer_);
+        FileImpl::Truncate(this->GetPath(), this->descriptor_);
+    }
+
+    void CommitAndClose() override {
+        Timer const timer(writeTimer_);
+        // When this fails, the descriptor is gone and the in-process lock stays; intended.
+        FileImpl::CloseAndGroundHandle(this->GetPath(), this->descriptor_);
+        this->inprocessLock_.Clear();
+    }
+
+    WBase::TotalTimer const& GetWriteTimer() const override { return writeTimer_; }
+    WBase::TotalTimer const& GetWriteLockTimer() const override { return writeLockTimer_; }
+
+    bool WriteLock(bool dontWait) override {
+        Timer const timer(writeLockTimer_);
+        isWriteLocked_ = FileImpl::WriteLock(this->GetPath(), this->descriptor_, dontWait);
+        this->isLockTouched_ = true;
+        return isWriteLocked_;
+    }
+
+    void WriteUnlock() override {
+        if (this->descriptor_ != -1) {
+            Timer const timer(writeLockTimer_);
+            FileImpl::Unlock(this->descriptor_);
+            this->isLockTouched_ = true;
+        }
+        isWriteLocked_ = false;
+    }
+
+    /// The result of the last WriteLock; false after WriteUnlock.
+    bool IsWriteLocked() const noexcept { return isWriteLocked_; }
+
+protected:
+    WriteSide(wchar_t const* path, IF_COMMIT_AND_CLOSE_WAS_NOT_CALLED policy) : Base(path), policy_(policy) {}
+
+    /// For the destructors: without a successful CommitAndClose the policy decides.
+    void CloseByPolicy() noexcept {
+        if (this->descriptor_ != -1) {
+            ApplyPolicy(policy_, this->GetPath(), this->descriptor_);
+        }
+    }
+
+private:
+    using Timer = WBase::TotalTimer::Timer;
+
+    IF_COMMIT_AND_CLOSE_WAS_NOT_CALLED policy_;
+    bool isWriteLocked_ = false;
+    WBase::TotalTimer writeTimer_;
+    WBase::TotalTimer writeLockTimer_;
 };
 
 } // namespace WFileSystem::FileObject
