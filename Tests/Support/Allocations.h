@@ -1,0 +1,54 @@
+#ifndef WFILESYSTEM_TESTS_SUPPORT_ALLOCATIONS_H
+#define WFILESYSTEM_TESTS_SUPPORT_ALLOCATIONS_H
+
+/// \file
+/// \brief Counts what the code under test allocates, and makes allocations fail.
+
+namespace TestSupport {
+
+/// Observes `operator new` in the thread that made it, from its construction to Stop() or its end. One at a time a thread.
+///
+/// \code
+/// TestSupport::Allocations allocations;
+/// auto const path = WFileSystem::Path::Combine(L"a", L"b");
+/// EXPECT_EQ(allocations.Stop(), 1U);
+/// \endcode
+///
+/// Allocations of the C library (`malloc`, and with it the memory of a thrown exception) and over-aligned ones are not seen,
+/// nor are those of TestSupport's recorders. Assertions that fail allocate; Stop() first, then compare.
+class Allocations {
+public:
+    Allocations();
+    ~Allocations();
+
+    Allocations(Allocations const&) = delete;
+    Allocations& operator=(Allocations const&) = delete;
+
+    /// Makes the n-th allocation, from 1, throw std::bad_alloc; the non-throwing forms give null.
+    void FailNth(unsigned long n);
+
+    /// Makes the n-th allocation, from 1, and all later ones fail.
+    void FailFrom(unsigned long n);
+
+    /// Ends observation.
+    /// \return the count
+    unsigned long Stop();
+
+    /// How many allocations there were, with those that failed.
+    unsigned long GetCount() const;
+
+    /// Whether an allocation was made to fail. A fault loop ends when not.
+    bool HasFailed() const;
+
+    /// False in programs that Clang's ThreadSanitizer instruments: there `operator new` can't be replaced, and nothing is seen.
+    static bool AreObserved();
+};
+
+/// Skips the test, visibly, where allocations can't be observed.
+#define SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED()                                                                         \
+    if (!TestSupport::Allocations::AreObserved())                                                                      \
+    GTEST_SKIP() << "operator new can't be replaced in this build"
+
+} // namespace TestSupport
+
+#endif

@@ -1,0 +1,61 @@
+#include <Tests/Support/Process.h>
+#include <Tests/Support/Recorder.h>
+#include <Tests/Support/Waiting.h>
+
+#include <gtest/gtest.h>
+
+#include <system_error>
+
+#include <cerrno>
+#include <cstdio>
+
+#include <sys/wait.h>
+#include <unistd.h>
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
+
+namespace TestSupport {
+
+void Process::Signal(int signal) const {
+    // The number of a process that was reaped may be another's by now.
+    if (!hasEnded_) {
+        ::kill(pid_, signal);
+    }
+}
+
+pid_t Process::Fork() {
+    // What stands in the buffers would come out twice.
+    std::fflush(nullptr);
+    pid_ = ::fork();
+    if (pid_ == -1) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
+#ifdef __linux__
+    if (pid_ == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    }
+#endif
+    return pid_;
+}
+
+int Process::WaitForEnd(std::function<void()> const& meanwhile) {
+    bool const hasCome = WaitUntil([&] {
+        meanwhile();
+        return TryToReap();
+    });
+    if (!hasCome) {
+        ADD_FAILURE() << "The child process " << pid_ << " does not end; it is killed.";
+        Signal(SIGKILL);
+        WaitUntil([&] { return TryToReap(); });
+    }
+    return WIFEXITED(status_) ? WEXITSTATUS(status_) : -WTERMSIG(status_);
+}
+
+bool Process::TryToReap() {
+    Unobserved const unobserved;
+    hasEnded_ = hasEnded_ || ::waitpid(pid_, &status_, WNOHANG) == pid_;
+    return hasEnded_;
+}
+
+} // namespace TestSupport

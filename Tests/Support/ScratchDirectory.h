@@ -1,0 +1,63 @@
+#ifndef WFILESYSTEM_TESTS_SUPPORT_SCRATCHDIRECTORY_H
+#define WFILESYSTEM_TESTS_SUPPORT_SCRATCHDIRECTORY_H
+
+/// \file
+/// \brief A directory of a test's own, and files in it, handled independently of the library.
+///
+/// All of it is unobserved by recorders. What goes wrong is thrown as std::system_error.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace TestSupport {
+
+/// A new directory below the system's directory for temporary files. At the end everything in it is removed, also what lies
+/// in directories without permissions; links are removed, not followed, and other mounted file systems are left alone. What
+/// can't be removed fails the test.
+///
+/// \code
+/// TestSupport::ScratchDirectory scratch;
+/// TestSupport::WriteFile(scratch / "data", "123");
+/// auto const file = WFileSystem::OpenReadableFile(scratch.Wide("data").c_str());
+/// EXPECT_EQ(TestSupport::List(scratch.Path()), std::vector<std::string>{"data"});
+/// \endcode
+class ScratchDirectory {
+public:
+    ScratchDirectory();
+    ~ScratchDirectory();
+
+    ScratchDirectory(ScratchDirectory const&) = delete;
+    ScratchDirectory& operator=(ScratchDirectory const&) = delete;
+
+    /// Its absolute path, without links, ASCII.
+    std::string const& Path() const { return path_; }
+
+    /// The path of an entry.
+    std::string operator/(std::string_view name) const;
+
+    /// The path of an entry, or the directory's own, in wide form. The name is UTF-8.
+    std::wstring Wide(std::string_view name = "") const;
+
+private:
+    std::string path_;
+};
+
+/// Makes the file hold these bytes and no others. A new file has the permission bits 0644.
+void WriteFile(std::string const& path, std::string_view bytes);
+
+/// All bytes of the file.
+std::string ReadFile(std::string const& path);
+
+/// The names in a directory but for "." and "..", sorted by their bytes.
+std::vector<std::string> List(std::string const& directory);
+
+/// Whether something has this name, be it a link that leads nowhere.
+bool Exists(std::string const& path);
+
+/// The permission bits, with set-id and sticky bits, of what the path names.
+unsigned int ModeOf(std::string const& path);
+
+} // namespace TestSupport
+
+#endif
