@@ -127,6 +127,19 @@ unsigned short Message::GetDomain() const noexcept {
     return content_ ? content_->chain.front().domain : MESSAGE_DOMAIN_UNKNOWN;
 }
 
+std::optional<int> Message::FindID(unsigned short domain) const noexcept {
+    if (content_) {
+        for (Link const& link : content_->chain) {
+            if (link.domain == domain) {
+                return link.id;
+            }
+        }
+    } else if (domain == MESSAGE_DOMAIN_UNKNOWN) {
+        return 0;
+    }
+    return std::nullopt;
+}
+
 Message& Message::WrapBy(unsigned short domain, int id, char const* text) {
     return Change([&](std::vector<Link>& chain) {
         chain.insert(chain.begin(), Link{domain, id, DecodeText(text), 0});

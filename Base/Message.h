@@ -8,6 +8,7 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 
 namespace WBase {
 
@@ -65,6 +66,12 @@ public:
 
     /// The domain of the outermost message.
     unsigned short GetDomain() const noexcept;
+
+    /// The ID of the first message in the domain, from the outermost one inwards; nothing where there is none.
+    /// \code
+    ///   message.FindID(WBase::MESSAGE_DOMAIN_ERRNO) == ENOENT // a wrapped message whose cause is a missing file
+    /// \endcode
+    std::optional<int> FindID(unsigned short domain) const noexcept;
 
     /// Makes what the message held the cause of a new outermost domain, ID and text. An empty message gets no cause.
     /// \param text UTF-8, may be null, as in the constructor

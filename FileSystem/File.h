@@ -196,7 +196,7 @@ public:
     /// \return 0; the position is where the last step left it
     /// \throws what the operations throw that it is made of; what was moved by then stays moved
     /// \warning Bytes beyond the end of the stream are not there to be moved: what the buffer held before is written
-    ///     instead.
+    ///     instead, and what was read before the end lands elsewhere than at `destination`.
     /// \warning The buffer must not be empty: the process dies of a division by zero.
     static int CopyBlock(FILE* stream, WDataType::Binary& buffer, long long destination, long long size);
 
