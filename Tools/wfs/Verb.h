@@ -1,0 +1,29 @@
+#ifndef WFILESYSTEM_TOOLS_WFS_VERB_H
+#define WFILESYSTEM_TOOLS_WFS_VERB_H
+
+// What a verb is, and which there are.
+
+#include <Tools/wfs/Failure.h>
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+
+namespace Wfs {
+
+/// What a verb does once the command line is understood.
+using Work = std::function<ExitStatus()>;
+
+/// One verb of the program.
+struct Verb {
+    char const* name;
+    char const* summary;
+    char const* notes;                 ///< close the help: particulars, exit statuses, an example
+    Work (*define)(CLI::App& options); ///< declares the options and arguments, which the work then finds filled in
+};
+
+extern Verb const CAT;
+
+} // namespace Wfs
+
+#endif
