@@ -50,6 +50,20 @@ using ::testing::IsEmpty;
 
 using Strings = std::vector<std::string>;
 
+// For the time of a test that waits in vain.
+class ShortWaits {
+public:
+    ShortWaits() { waitLimit = std::chrono::milliseconds(20); }
+    ~ShortWaits() { waitLimit = previous_; }
+
+private:
+    std::chrono::milliseconds const previous_ = waitLimit;
+};
+
+// For results that a compiler wants to be looked at.
+template <class Result>
+void Ignore(Result /*result*/) {}
+
 // A file of ten bytes, open for reading and writing.
 class RecorderTest : public ::testing::Test {
 protected:
@@ -81,12 +95,12 @@ TEST_F(RecorderTest, ArgumentsOfDescriptorCallsAreShown) {
     lock.l_type = F_RDLCK;
     lock.l_pid = ::getpid();
     Recorder recorder;
-    ::read(fd_, buffer, 4);
-    ::write(fd_, "ab", 2);
+    Ignore(::read(fd_, buffer, 4));
+    Ignore(::write(fd_, "ab", 2));
     ::lseek(fd_, -1, SEEK_CUR);
     ::fstat(fd_, &status);
     ::fsync(fd_);
-    ::ftruncate(fd_, 5);
+    Ignore(::ftruncate(fd_, 5));
     ::fcntl(fd_, F_SETFD, FD_CLOEXEC);
     ::fcntl(fd_, F_SETLKW, &lock);
     ::close(-1);
@@ -108,7 +122,7 @@ TEST_F(RecorderTest, ArgumentsOfPathCallsAreShown) {
     ::close(::open(b, O_RDWR | O_CREAT | O_NOCTTY, 0640));
     ::stat(a, &status);
     ::chmod(a, 0600);
-    ::chown(a, ::getuid(), ::getgid());
+    Ignore(::chown(a, ::getuid(), ::getgid()));
     ::utime(a, &times);
     ::access(a, R_OK | W_OK);
     ::rename(a, b);
@@ -116,7 +130,7 @@ TEST_F(RecorderTest, ArgumentsOfPathCallsAreShown) {
     ::mkdir(b, 0777);
     ::rmdir(b);
     ::mkfifo(b, 0600);
-    ::chdir(".");
+    Ignore(::chdir("."));
     recorder.Stop();
     std::string const ids = std::to_string(::getuid()) + ", " + std::to_string(::getgid());
     EXPECT_THAT(
@@ -132,12 +146,12 @@ TEST_F(RecorderTest, ArgumentsOfStreamCallsAreShown) {
     char buffer[8];
     Recorder recorder;
     FILE* const stream = std::fopen(path_.c_str(), "rb+");
-    std::fread(buffer, 2, 3, stream);
+    Ignore(std::fread(buffer, 2, 3, stream));
     ::fseeko(stream, 0, SEEK_SET);
     std::fwrite("ab", 1, 2, stream);
     std::fflush(stream);
-    ::ftello(stream);
-    std::fgets(buffer, 8, stream);
+    Ignore(::ftello(stream));
+    Ignore(std::fgets(buffer, 8, stream));
     std::fclose(stream);
     EXPECT_THAT(
         recorder.Calls(), ElementsAre(
@@ -155,7 +169,7 @@ TEST_F(RecorderTest, ArgumentsOfOtherCallsAreShown) {
     Recorder recorder;
     mode_t const mask = ::umask(022);
     ::umask(mask);
-    ::getcwd(buffer, sizeof buffer);
+    Ignore(::getcwd(buffer, sizeof buffer));
     std::free(::tempnam("/tmp", "abc"));
     ::glob("/*", 0, nullptr, &matches);
     ::globfree(&matches);
@@ -316,6 +330,20 @@ TEST_F(RecorderTest, CallsOfASharedLibraryAreRecorded) {
     EXPECT_EQ(recorder.Names(), "rename");
 }
 
+TEST_F(RecorderTest, CallsOfASignalHandlerThatComesInBetweenPass) {
+    static int fd;
+    fd = fd_;
+    struct sigaction action = {};
+    struct sigaction previous;
+    action.sa_handler = [](int) { ::fsync(fd); };
+    ASSERT_EQ(::sigaction(SIGUSR1, &action, &previous), 0);
+    Recorder recorder;
+    recorder.On("fsync").Before([](Call const&) { ::raise(SIGUSR1); });
+    EXPECT_EQ(::fsync(fd_), 0);
+    EXPECT_EQ(recorder.Names(), "fsync");
+    ::sigaction(SIGUSR1, &previous, nullptr);
+}
+
 TEST_F(RecorderTest, UnknownFunctionsAreRefused) {
     EXPECT_THROW(Recorder("open opne"), std::invalid_argument);
     Recorder recorder;
@@ -374,6 +402,15 @@ TEST_F(RecorderTest, ThereIsOneRecorderOfAllThreads) {
     EXPECT_THROW(Recorder("fsync", Recorder::Threads::ALL), std::logic_error);
 }
 
+TEST_F(RecorderTest, ACallThatDoesNotComeFailsTheTest) {
+    static Recorder const* recorder;
+    Recorder const empty;
+    recorder = &empty;
+    EXPECT_TRUE(empty.WaitForCall("fsync", 0));
+    ShortWaits const shortWaits;
+    EXPECT_NONFATAL_FAILURE(recorder->WaitForCall("fsync"), "Waited in vain for call 1 of 'fsync'.");
+}
+
 TEST_F(RecorderTest, AThreadThatHasComeToABlockingCallIsNoticed) {
     Recorder recorder("pthread_cond_wait", Recorder::Threads::ALL);
     std::mutex mutex;
@@ -397,6 +434,7 @@ TEST_F(RecorderTest, AChildProcessStartsWithoutTheRecorder) {
     recorder.On("fsync").Optional().Fail(EIO);
     Child child([&](Child::Parent&) {
         EXPECT_EQ(::fsync(fd_), 0);
+        recorder.Stop();
         Recorder const own;
         ::lseek(fd_, 0, SEEK_SET);
         EXPECT_EQ(own.Names(), "lseek");
@@ -484,6 +522,15 @@ TEST_F(RecorderTest, RulesApplyToFunctionsThatAreNotRecorded) {
     EXPECT_EQ(::pthread_mutex_init(&mutex, nullptr), ENOMEM);
     EXPECT_EQ(errno, 0);
     EXPECT_EQ(recorder.Names(), "");
+}
+
+TEST_F(RecorderTest, FunctionsThatCannotFailAreNotMadeTo) {
+    Recorder recorder;
+    EXPECT_THROW(recorder.On("umask").Fail(EIO), std::invalid_argument);
+    recorder.On("*").Nth(1).Fail(EIO);
+    ::umask(::umask(022));
+    EXPECT_EQ(recorder.Interventions(), 0U);
+    EXPECT_EQ(::fsync(fd_), -1);
 }
 
 TEST_F(RecorderTest, ARuleThatNeverAppliesFailsTheTest) {
@@ -659,15 +706,30 @@ TEST_F(RecorderTest, EveryFunctionFailsInItsOwnWay) {
 
 // ---- Allocations
 
-TEST(AllocationsTest, AllocationsAreCounted) {
+// Called like this, an allocation can't be optimised away.
+void AllocateAndFree() {
+    ::operator delete(::operator new(8));
+}
+
+TEST(AllocationsTest, AllocationsOfEachFormAreCountedOnce) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
     Allocations allocations;
-    auto const one = std::make_unique<std::string>(100, 'x');
-    std::vector<int> const another(10);
-    delete[] new (std::nothrow) char[one->size()];
+    AllocateAndFree();
+    ::operator delete[](::operator new[](8));
+    ::operator delete(::operator new(8, std::nothrow), std::nothrow);
+    ::operator delete[](::operator new[](8, std::nothrow), std::nothrow);
     EXPECT_EQ(allocations.Stop(), 4U);
-    auto const unseen = std::make_unique<int>(1);
+    AllocateAndFree();
     EXPECT_EQ(allocations.GetCount(), 4U);
+}
+
+TEST(AllocationsTest, AllocationsOfTheStandardLibraryAreCounted) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    std::filesystem::path const path(std::string(100, 'x'));
+    Allocations allocations;
+    std::filesystem::path const copy = path.parent_path();
+    std::filesystem::path const name = path.filename();
+    EXPECT_GT(allocations.Stop(), 0U);
 }
 
 TEST(AllocationsTest, OtherThreadsAreNotCounted) {
@@ -676,7 +738,7 @@ TEST(AllocationsTest, OtherThreadsAreNotCounted) {
     std::atomic<bool> isDone{false};
     std::thread thread([&] {
         WaitUntil([&] { return isStarted.load(); });
-        std::vector<int> const block(10);
+        AllocateAndFree();
         isDone = true;
     });
     Allocations allocations;
@@ -690,19 +752,20 @@ TEST(AllocationsTest, TheNthAllocationThrows) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
     Allocations allocations;
     allocations.FailNth(2);
-    auto first = std::make_unique<int>(1);
-    EXPECT_THROW(first = std::make_unique<int>(2), std::bad_alloc);
+    EXPECT_NO_THROW(AllocateAndFree());
+    EXPECT_FALSE(allocations.HasFailed());
+    EXPECT_THROW(AllocateAndFree(), std::bad_alloc);
     EXPECT_TRUE(allocations.HasFailed());
-    EXPECT_NO_THROW(first = std::make_unique<int>(3));
+    EXPECT_NO_THROW(AllocateAndFree());
 }
 
 TEST(AllocationsTest, AllocationsFromTheNthOnFail) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
     Allocations allocations;
     allocations.FailFrom(2);
-    std::unique_ptr<char[]> block(new char[1]);
-    EXPECT_EQ(new (std::nothrow) char[1], nullptr);
-    EXPECT_THROW(block.reset(new char[1]), std::bad_alloc);
+    EXPECT_NO_THROW(AllocateAndFree());
+    EXPECT_THROW(AllocateAndFree(), std::bad_alloc);
+    EXPECT_EQ(::operator new(8, std::nothrow), nullptr);
 }
 
 TEST(AllocationsTest, WithoutAFailureNoneIsReported) {
@@ -788,6 +851,36 @@ TEST(ChildTest, AFailedChildThatNobodyWaitsForFailsTheTest) {
     EXPECT_NONFATAL_FAILURE(Child([](Child::Parent&) { return 3; }), "The child process failed.");
 }
 
+TEST(ChildTest, AChildThatDoesNotSpeakIsKilledAndFailsTheTest) {
+    static Child* child;
+    Child silent([](Child::Parent&) { ::sleep(60); });
+    child = &silent;
+    ShortWaits const shortWaits;
+    EXPECT_NONFATAL_FAILURE(child->WaitFor("ready"), "Waited for 'ready', but nothing came.");
+    EXPECT_EQ(silent.Wait(), -SIGKILL);
+}
+
+TEST(ChildTest, AChildThatDoesNotEndIsKilledAndFailsTheTest) {
+    static Child* child;
+    Child lasting([](Child::Parent&) { ::sleep(60); });
+    child = &lasting;
+    ShortWaits const shortWaits;
+    EXPECT_NONFATAL_FAILURE(EXPECT_EQ(child->Wait(), -SIGKILL), "does not end; it is killed");
+}
+
+TEST(ProgramTest, AProgramThatDoesNotEndIsKilledAndFailsTheTest) {
+    ShortWaits const shortWaits;
+    EXPECT_NONFATAL_FAILURE(EXPECT_EQ(RunProgram({"sleep", "60"}).status, -SIGKILL), "does not end; it is killed");
+}
+
+TEST(ProgramTest, AProgramThatDoesNotReadItsInputRaisesNoSignal) {
+    EXPECT_EQ(RunProgram({"sh", "-c", "exec <&-; echo closed"}, std::string(1000000, 'x')).output, "closed\n");
+}
+
+TEST(ProgramTest, StandardDescriptorsCanBeOpenedByName) {
+    EXPECT_EQ(RunProgram({"sh", "-c", "cat /dev/stdin >/dev/stdout"}, "text").output, "text");
+}
+
 TEST(ProgramTest, OutputErrorsAndStatusAreCaught) {
     auto const result = RunProgram({"sh", "-c", "cat; echo wrong >&2; exit 3"}, "text");
     EXPECT_EQ(result.output, "text");
@@ -857,8 +950,8 @@ TEST(ScratchDirectoryTest, ItIsRemovedWithAllThatIsInIt) {
         EXPECT_THAT(List(path), IsEmpty());
         ::mkdir((scratch / "a").c_str(), 0777);
         WriteFile(scratch / "a/file", "y");
-        ::symlink(outer.Path().c_str(), (scratch / "a/link").c_str());
-        ::symlink("nowhere", (scratch / ".hidden").c_str());
+        ASSERT_EQ(::symlink(outer.Path().c_str(), (scratch / "a/link").c_str()), 0);
+        ASSERT_EQ(::symlink("nowhere", (scratch / ".hidden").c_str()), 0);
         ::mkfifo((scratch / "pipe").c_str(), 0);
         ::chmod((scratch / "a/file").c_str(), 0);
         ::chmod((scratch / "a").c_str(), 0);

@@ -14,7 +14,7 @@ namespace TestSupport {
 /// EXPECT_EQ(allocations.Stop(), 1U);
 /// \endcode
 ///
-/// Allocations of the C library (`malloc`, and with it the memory of a thrown exception) and over-aligned ones are not seen,
+/// What the compiler has optimised away is not counted. Allocations of the C library (`malloc`, and with it the memory of a thrown exception) and over-aligned ones are not seen,
 /// nor are those of TestSupport's recorders. Assertions that fail allocate; Stop() first, then compare.
 class Allocations {
 public:

@@ -42,7 +42,7 @@ public:
     std::string Expect(std::string_view word) {
         Unobserved const unobserved;
         std::string const wanted = "Waited for '" + std::string(word) + "', but ";
-        auto const end = std::chrono::steady_clock::now() + WAIT_LIMIT;
+        auto const end = std::chrono::steady_clock::now() + waitLimit;
         std::size_t length;
         while ((length = received_.find('\n')) == std::string::npos) {
             auto const left =
@@ -89,7 +89,7 @@ int RunAndReport(std::function<int(Child::Parent&)> const& code, Channel& channe
 }
 
 [[noreturn]] void ExitChild(int status) {
-    std::fflush(nullptr);
+    std::fflush(stdout);
     ::_exit(status);
 }
 

@@ -34,7 +34,7 @@ class Channel;
 ///
 /// The code may return nothing, or an int: the exit code. The child exits with 1 when an assertion failed in it, with
 /// EXIT_OUT_OF_STEP when it waited in vain, with EXIT_EXCEPTION when an exception left the code; the reason stands on its
-/// standard error. It exits by `_exit`: no destructors of statics, no leak check.
+/// standard error. It exits by `_exit`: no destructors of statics, no leak check, open streams are not flushed.
 ///
 /// The child has a copy of the thread that made it, and no others: make children before threads. ThreadSanitizer ends a child
 /// that starts threads when its parent had several. On Linux the child is killed when the thread that made it ends.

@@ -53,8 +53,8 @@ inline ExpectedMessage Wrapped(std::wstring const& firstLine, int error) {
 /// Compares a message; also for those that a function hands out by pointer.
 inline ::testing::AssertionResult Matches(WBase::Message const& message, ExpectedMessage const& expected) {
     auto const show = [](std::type_info const& type, unsigned short domain, int id, std::wstring const& text) {
-        return std::string("type ") + ::testing::internal::GetTypeName(type) + ", domain " + std::to_string(domain) +
-               ", ID " + std::to_string(id) + ", text " + Readable(text);
+        return std::string("type ") + NameOf(type) + ", domain " + std::to_string(domain) + ", ID " +
+               std::to_string(id) + ", text " + Readable(text);
     };
     std::wstring const text = message.GetMessage();
     if (typeid(message) == *expected.type && message.GetDomain() == expected.domain && message.GetID() == expected.id &&
@@ -75,7 +75,7 @@ template <class Code>
     } catch (WBase::Message const& message) {
         return Matches(message, expected);
     } catch (std::exception const& exception) {
-        return ::testing::AssertionFailure() << "It throws " << typeid(exception).name() << ": " << exception.what();
+        return ::testing::AssertionFailure() << "It throws " << NameOf(typeid(exception)) << ": " << exception.what();
     } catch (...) {
         return ::testing::AssertionFailure() << "It throws something that is no std::exception.";
     }

@@ -25,8 +25,8 @@ void Process::Signal(int signal) const {
 }
 
 pid_t Process::Fork() {
-    // What stands in the buffers would come out twice.
-    std::fflush(nullptr);
+    // What stands in the buffer would come out twice.
+    std::fflush(stdout);
     pid_ = ::fork();
     if (pid_ == -1) {
         throw std::system_error(errno, std::generic_category(), "fork");

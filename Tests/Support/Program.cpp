@@ -10,7 +10,7 @@
 #include <cerrno>
 
 #include <fcntl.h>
-#include <sys/socket.h>
+#include <signal.h>
 #include <unistd.h>
 
 extern "C" char** environ;
@@ -18,16 +18,16 @@ extern "C" char** environ;
 namespace TestSupport {
 namespace {
 
-// The two ends of a line to or from the program; sockets, so that a write to a program that has ended raises no signal.
+// The two ends of a line to or from the program.
 struct Line {
-    Line() {
+    explicit Line(bool isInput) {
         int ends[2];
-        if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == -1) {
-            throw std::system_error(errno, std::generic_category(), "socketpair");
+        if (::pipe(ends) == -1) {
+            throw std::system_error(errno, std::generic_category(), "pipe");
         }
         // Above the standard descriptors, also where a test has closed some of those.
-        ours = MoveUp(ends[0]);
-        theirs = MoveUp(ends[1]);
+        ours = MoveUp(ends[isInput ? 1 : 0]);
+        theirs = MoveUp(ends[isInput ? 0 : 1]);
         ::fcntl(ours, F_SETFL, O_NONBLOCK);
     }
 
@@ -76,7 +76,7 @@ void Close(int& fd) {
 void Receive(int& fd, std::string& text) {
     char buffer[65536];
     while (fd != -1) {
-        ssize_t const count = ::recv(fd, buffer, sizeof buffer, 0);
+        ssize_t const count = ::read(fd, buffer, sizeof buffer);
         if (count > 0) {
             text.append(buffer, static_cast<std::size_t>(count));
         } else if (count == -1 && errno == EAGAIN) {
@@ -85,6 +85,26 @@ void Receive(int& fd, std::string& text) {
             Close(fd);
         }
     }
+}
+
+// As write; SIGPIPE is swallowed when the program has closed its input.
+ssize_t WriteWithoutSignal(int fd, std::string const& text) {
+    sigset_t pipeSignal;
+    sigset_t previous;
+    sigset_t pending;
+    ::sigemptyset(&pipeSignal);
+    ::sigaddset(&pipeSignal, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &pipeSignal, &previous);
+    ssize_t const count = ::write(fd, text.data(), text.size());
+    int const error = errno;
+    ::sigpending(&pending);
+    if (count == -1 && error == EPIPE && ::sigismember(&pending, SIGPIPE) == 1) {
+        int signal;
+        ::sigwait(&pipeSignal, &signal);
+    }
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    errno = error;
+    return count;
 }
 
 } // namespace
@@ -102,9 +122,9 @@ Program::Program(std::vector<std::string> const& command, ProgramOptions const& 
     std::vector<std::string> environment = Environment(options.environment);
     std::vector<char*> const argumentPointers = PointersTo(arguments);
     std::vector<char*> const environmentPointers = PointersTo(environment);
-    Line input;
-    Line output;
-    Line errors;
+    Line const input(true);
+    Line const output(false);
+    Line const errors(false);
     if (Fork() == 0) {
         ::dup2(input.theirs, STDIN_FILENO);
         ::dup2(output.theirs, STDOUT_FILENO);
@@ -117,7 +137,7 @@ Program::Program(std::vector<std::string> const& command, ProgramOptions const& 
         }
         ::_exit(127);
     }
-    for (Line* const line : {&input, &output, &errors}) {
+    for (Line const* const line : {&input, &output, &errors}) {
         ::close(line->theirs);
     }
     input_ = input.ours;
@@ -178,7 +198,7 @@ void Program::Transfer() {
     Receive(output_, result_.output);
     Receive(errors_, result_.errors);
     if (input_ != -1 && !pending_.empty()) {
-        ssize_t const count = ::send(input_, pending_.data(), pending_.size(), MSG_NOSIGNAL);
+        ssize_t const count = WriteWithoutSignal(input_, pending_);
         if (count != -1) {
             pending_.erase(0, static_cast<std::size_t>(count));
         } else if (errno != EAGAIN && errno != EINTR) {

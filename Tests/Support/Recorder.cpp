@@ -71,8 +71,6 @@ long Failed(Call const& call, FailsWith failsWith, int error) {
         return error;
     case FailsWith::TIME_LEFT:
         return static_cast<long>(call.size);
-    case FailsWith::NEVER:
-        return 0;
     default:
         errno = error;
         return failsWith == FailsWith::MINUS_ONE ? -1 : 0;
@@ -109,8 +107,8 @@ std::string ShownResult(Call const& call) {
 using Action = std::function<long(Call&, FailsWith, std::function<long(unsigned long)> const&)>;
 
 struct RuleState {
-    bool Matches(Call const& call, bool isRecorded) const {
-        return (function == "*" ? isRecorded : function == call.function) && (!hasCommand || command == call.command) &&
+    bool Matches(Call const& call, bool isOneOfAll) const {
+        return (function == "*" ? isOneOfAll : function == call.function) && (!hasCommand || command == call.command) &&
                (!condition || condition(call));
     }
 
@@ -134,13 +132,13 @@ struct RecorderState : std::enable_shared_from_this<RecorderState> {
     }
 
     // The rule that applies to the call; every rule that matches counts it. Conditions are asked outside the lock.
-    std::shared_ptr<RuleState> Choose(Call const& call) {
+    std::shared_ptr<RuleState> Choose(Call const& call, bool isOneOfAll) {
         std::unique_lock lock(mutex);
         auto const candidates = rules;
         lock.unlock();
         std::shared_ptr<RuleState> chosen;
         for (auto const& rule : candidates) {
-            if (rule->Matches(call, IsRecorded(call.function))) {
+            if (rule->Matches(call, isOneOfAll)) {
                 unsigned int const n = ++rule->matches;
                 if (n >= rule->first && n <= rule->last) {
                     chosen = rule;
@@ -209,7 +207,7 @@ long Observation::Pass(Call call, FailsWith failsWith, std::function<long(unsign
         clearings = state_->clearings;
         state_->calls.push_back(call);
     }
-    auto const rule = state_->Choose(call);
+    auto const rule = state_->Choose(call, isRecorded && failsWith != FailsWith::NEVER);
     if (rule != nullptr) {
         ++rule->applications;
         ++state_->interventions;
@@ -389,6 +387,7 @@ Recorder::Rule Recorder::Rule::Optional() {
 }
 
 void Recorder::Rule::Fail(int error) {
+    RefuseUnlessItCanFail();
     Complete([error](Call& call, FailsWith failsWith, auto const& makeCall) {
         if (call.function == "close" || call.function == "fclose") {
             makeCall(UNLIMITED);
@@ -398,10 +397,12 @@ void Recorder::Rule::Fail(int error) {
 }
 
 void Recorder::Rule::FailWithoutCalling(int error) {
+    RefuseUnlessItCanFail();
     Complete([error](Call& call, FailsWith failsWith, auto const&) { return Failed(call, failsWith, error); });
 }
 
 void Recorder::Rule::CallThenFail(int error) {
+    RefuseUnlessItCanFail();
     Complete([error](Call& call, FailsWith failsWith, auto const& makeCall) {
         makeCall(UNLIMITED);
         return Failed(call, failsWith, error);
@@ -409,6 +410,7 @@ void Recorder::Rule::CallThenFail(int error) {
 }
 
 void Recorder::Rule::HalfThenFail(int error) {
+    RefuseUnlessItCanFail();
     Complete([error](Call& call, FailsWith failsWith, auto const& makeCall) {
         makeCall(call.size / 2);
         return Failed(call, failsWith, error);
@@ -453,6 +455,12 @@ void Recorder::Rule::After(std::function<void(Call&)> action) {
 
 void Recorder::Rule::Instead(std::function<long(Call const&)> action) {
     Complete([action = std::move(action)](Call& call, FailsWith, auto const&) { return action(call); });
+}
+
+void Recorder::Rule::RefuseUnlessItCanFail() const {
+    if (rule_->function == "umask" || rule_->function == "getenv" || rule_->function == "globfree") {
+        throw std::invalid_argument("A call of '" + rule_->function + "' can't fail.");
+    }
 }
 
 template <class Action>

@@ -89,7 +89,7 @@ public:
     Recorder(Recorder const&) = delete;
     Recorder& operator=(Recorder const&) = delete;
 
-    /// Begins a rule for calls of a function; "*" stands for each recorded function. Of several rules for a call the last made
+    /// Begins a rule for calls of a function; "*" stands for each recorded function that can fail. Of several rules for a call the last made
     /// applies. Rules may be made at any time.
     Rule On(std::string_view function);
 
@@ -153,6 +153,7 @@ public:
     /// The call fails with the error number: the result is -1, a null pointer, EOF, no items with the stream's error
     /// indicator set, or for the functions that return their error the number itself. The function is not called, except that
     /// `close` and `fclose` do close. A failing `nanosleep` has not slept, a failing `sleep` returns its argument.
+    /// \throws std::invalid_argument for `umask`, `getenv` and `globfree`, which can't fail; so do the next three functions
     void Fail(int error);
     /// As Fail, but `close` and `fclose` are not called either.
     void FailWithoutCalling(int error);
@@ -178,6 +179,8 @@ private:
     friend class Recorder;
 
     Rule(std::shared_ptr<RecorderState> state, std::string_view function);
+
+    void RefuseUnlessItCanFail() const;
 
     template <class Action>
     void Complete(Action action);

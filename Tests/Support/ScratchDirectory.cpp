@@ -74,8 +74,9 @@ void Empty(int directory, dev_t device) {
         if (!isOwnDirectory) {
             continue;
         }
-        ::fchmodat(directory, name.c_str(), 0700, 0);
-        int const inner = ::openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        bool const isOpenable = ::fchmodat(directory, name.c_str(), 0700, 0) == 0;
+        int const inner =
+            isOpenable ? ::openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1;
         if (inner != -1) {
             Empty(inner, device);
             ::close(inner);

@@ -43,7 +43,8 @@ private:
     std::string path_;
 };
 
-/// Makes the file hold these bytes and no others. A new file has the permission bits 0644.
+/// Makes the file hold these bytes and no others. A new file has the permission bits 0644 as far as the mask
+/// allows.
 void WriteFile(std::string const& path, std::string_view bytes);
 
 /// All bytes of the file.

@@ -1,9 +1,12 @@
 #include <Tests/Support/Text.h>
 
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 
 #include <cstdio>
+#include <cstdlib>
+#include <cxxabi.h>
 
 namespace TestSupport {
 namespace {
@@ -80,6 +83,13 @@ std::string Readable(std::wstring_view text) {
         }
     }
     return result + '"';
+}
+
+std::string NameOf(std::type_info const& type) {
+    int status = 0;
+    std::unique_ptr<char, void (*)(void*)> const name(
+        abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
+    return name == nullptr ? type.name() : name.get();
 }
 
 std::wstring ErrorDescription(int error) {

@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <typeinfo>
 
 namespace TestSupport {
 
@@ -20,6 +21,9 @@ std::string Narrow(std::wstring_view text);
 /// As it stands in failures: in quotes, UTF-8, with \n for a line feed and \x{...} for what is not a Unicode scalar value or
 /// does not show.
 std::string Readable(std::wstring_view text);
+
+/// The name of a type as it is written in a program.
+std::string NameOf(std::type_info const& type);
 
 /// The system's words for an error number.
 std::wstring ErrorDescription(int error);

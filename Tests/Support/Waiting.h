@@ -11,8 +11,9 @@
 
 namespace TestSupport {
 
-/// How long a test waits for something that must come: far longer than a slow machine needs.
-constexpr std::chrono::milliseconds WAIT_LIMIT = std::chrono::seconds(20);
+/// How long a test waits for something that must come: far longer than a slow machine needs. A test may change it before it
+/// starts threads.
+inline std::chrono::milliseconds waitLimit = std::chrono::seconds(20);
 
 /// Asks again and again until the condition holds.
 /// \return false when it did not hold within the limit
@@ -21,7 +22,7 @@ constexpr std::chrono::milliseconds WAIT_LIMIT = std::chrono::seconds(20);
 /// ASSERT_TRUE(TestSupport::WaitUntil([&] { return started.load(); }));
 /// \endcode
 template <class Condition>
-bool WaitUntil(Condition condition, std::chrono::milliseconds limit = WAIT_LIMIT) {
+bool WaitUntil(Condition condition, std::chrono::milliseconds limit = waitLimit) {
     auto const end = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= end) {
