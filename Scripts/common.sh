@@ -19,7 +19,7 @@ trap 'fail "line $LINENO failed: $BASH_COMMAND"' ERR
 # packages_for JOB: the Debian packages that a job needs beyond a bare system.
 packages_for() {
     case $1 in
-        build) echo cmake g++ libcli11-dev ninja-build ;;
+        build) echo cmake g++ libcli11-dev ninja-build nlohmann-json3-dev ;;
         test) echo libgmock-dev libgtest-dev ;;
         check) echo binutils clang clang-format clang-tidy diffutils git pkg-config shellcheck ;;
         *) fail "no packages are known for '$1'" ;;

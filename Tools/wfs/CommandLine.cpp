@@ -18,7 +18,7 @@
 namespace Wfs {
 namespace {
 
-constexpr Verb const* VERBS[] = {&CAT};
+constexpr Verb const* VERBS[] = {&CAT, &PUT, &COPY, &MOVE, &DELETE, &STAT, &LOCK};
 
 constexpr char const NOTES[] = R"(wfs help VERB tells more about a verb.
 
@@ -117,7 +117,7 @@ private:
         return WRONG_USAGE;
     }
 
-    CLI::App program_{"Reads files by the rules of the WFileSystem library.", "wfs"};
+    CLI::App program_{"Reads and writes files by the rules of the WFileSystem library.", "wfs"};
     std::vector<DefinedVerb> verbs_;
     std::string helpTopic_;
 };

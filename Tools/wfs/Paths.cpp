@@ -14,29 +14,61 @@ std::string Shield(std::string argument) {
     return argument;
 }
 
-void AddPaths(CLI::App& verb, std::vector<std::string>& paths) {
-    auto const unshield = [](std::string const& argument) { return std::string(argument.c_str()); };
-    verb.add_option("PATH", paths, "The files")->required()->option_text("...")->transform(unshield);
+std::string Unshield(std::string const& argument) {
+    return argument.c_str();
 }
+
+void AddPaths(CLI::App& verb, std::vector<std::string>& paths) {
+    verb.add_option("PATH", paths, "The files")->required()->option_text("...")->transform(Unshield);
+}
+
+void AddPath(CLI::App& verb, char const* name, std::string& path, char const* description) {
+    verb.add_option(name, path, description)->required()->option_text(" ")->transform(Unshield);
+}
+
+namespace {
+
+WBase::ReturnWString Convert(std::string const& path) {
+    return WBase::UTF8ToWideChar(path.c_str(), false);
+}
+
+/// Does work and reports its failure.
+/// \param path what the report names, unless it names the other path
+ExitStatus Try(std::string const& path, std::string const& otherPath, std::function<void()> const& work) {
+    auto const report = [&](std::string const& text) {
+        bool const isOtherNamed = !otherPath.empty() && text.find('\'' + otherPath + '\'') != std::string::npos;
+        isOtherNamed ? Report(text) : Report(path, text);
+    };
+    try {
+        work();
+        return SUCCESS;
+    } catch (Failure const& failure) {
+        report(failure.what());
+        return failure.GetStatus();
+    } catch (WBase::Message const& message) {
+        report(message.what());
+        return FAILURE;
+    }
+}
+
+} // namespace
 
 ExitStatus ForEachPath(std::vector<std::string> const& paths, std::function<void(wchar_t const* path)> const& work) {
     ExitStatus result = SUCCESS;
     for (std::string const& path : paths) {
-        ExitStatus status = SUCCESS;
-        try {
-            work(WBase::UTF8ToWideChar(path.c_str(), false).c_str());
-        } catch (Failure const& failure) {
-            Report(path, failure.what());
-            status = failure.GetStatus();
-        } catch (WBase::Message const& message) {
-            Report(path, message.what());
-            status = FAILURE;
-        }
+        ExitStatus const status = Try(path, "", [&] { work(Convert(path).c_str()); });
         if (status == FAILURE || result == SUCCESS) {
             result = status;
         }
     }
     return result;
+}
+
+ExitStatus ForTwoPaths(
+    std::string const& from, std::string const& to,
+    std::function<void(wchar_t const* from, wchar_t const* to)> const& work) {
+    ExitStatus const status = Try(from, "", [&] { Convert(from); });
+    return status != SUCCESS ? status : Try(to, from, [&] { work(Convert(from).c_str(), Convert(to).c_str()); });
 }
 
 } // namespace Wfs

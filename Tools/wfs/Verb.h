@@ -23,6 +23,12 @@ struct Verb {
 };
 
 extern Verb const CAT;
+extern Verb const COPY;
+extern Verb const DELETE;
+extern Verb const LOCK;
+extern Verb const MOVE;
+extern Verb const PUT;
+extern Verb const STAT;
 
 } // namespace Wfs
 

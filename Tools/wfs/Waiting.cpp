@@ -1,23 +1,55 @@
 #include <Tools/wfs/Waiting.h>
 
+#include <Base/Message.h>
 #include <Base/System.h>
 #include <Tools/wfs/Failure.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 
 namespace Wfs {
 namespace {
 
-/// An option's number in decimal digits. CLI11 by itself would take "010" for eight.
-std::string CheckMilliseconds(std::string const& text) {
-    constexpr std::size_t MOST_DIGITS = 18;
-    bool const isNumber =
-        !text.empty() && text.size() <= MOST_DIGITS && text.find_first_not_of("0123456789") == std::string::npos;
-    return isNumber ? "" : "'" + ToUTF8(text) + "' is not a number of milliseconds";
+[[noreturn]] void ThrowHeldElsewhere() {
+    throw Failure("Another process holds the record lock.", LOCK_NOT_OBTAINED);
+}
+
+[[noreturn]] void ThrowNoLocks() {
+    throw Failure("The file system does not support record locks.");
+}
+
+/// True where the message says that another process holds a lock.
+bool IsHeldElsewhere(WBase::Message const& message) {
+    // A report has the system's error in the unknown domain, a wrapped message in its cause.
+    int const report = message.FindID(WBase::MESSAGE_DOMAIN_UNKNOWN).value_or(0);
+    int const error = message.FindID(WBase::MESSAGE_DOMAIN_ERRNO).value_or(report);
+    return error == EAGAIN || error == EACCES;
+}
+
+/// \return false: another process holds the lock
+bool TryToLock(std::function<bool(bool dontWait)> const& lock) {
+    try {
+        if (!lock(true)) {
+            ThrowNoLocks();
+        }
+        return true;
+    } catch (WBase::Message const& message) {
+        if (!IsHeldElsewhere(message)) {
+            throw;
+        }
+        return false;
+    }
 }
 
 } // namespace
+
+std::string CheckNumber(std::string const& text) {
+    constexpr std::size_t MOST_DIGITS = 18;
+    bool const isNumber =
+        !text.empty() && text.size() <= MOST_DIGITS && text.find_first_not_of("0123456789") == std::string::npos;
+    return isNumber ? "" : "'" + ToUTF8(text) + "' is not a number";
+}
 
 void Waiting::AddOptions(CLI::App& verb) {
     CLI::Option* const noWait =
@@ -27,7 +59,7 @@ void Waiting::AddOptions(CLI::App& verb) {
             "--wait", [this](std::string const& text) { milliseconds = std::stoul(text); },
             "Try for so many milliseconds, then fail with status 75")
         ->option_text("MS")
-        ->check(CheckMilliseconds)
+        ->check(CheckNumber)
         ->excludes(noWait);
 }
 
@@ -49,9 +81,27 @@ ReadLock::ReadLock(WFileSystem::ReadableFile& file, Waiting const& waiting) : gu
     }
     // A guard that does not wait stays without the lock in both cases, and only the last system call tells them apart.
     if (error == ENOTSUP) {
-        throw Failure("The file system does not support record locks.");
+        ThrowNoLocks();
     }
-    throw Failure("Another process holds the record lock.", LOCK_NOT_OBTAINED);
+    ThrowHeldElsewhere();
+}
+
+void TakeLock(Waiting const& waiting, std::function<bool(bool dontWait)> const& lock) {
+    if (!waiting.isForbidden && !waiting.milliseconds) {
+        lock(false);
+        return;
+    }
+    // At the same moments as the library's guards try.
+    constexpr unsigned long LONGEST_SLICE = 5000;
+    unsigned long remaining = waiting.milliseconds.value_or(0);
+    while (!TryToLock(lock)) {
+        if (remaining == 0) {
+            ThrowHeldElsewhere();
+        }
+        unsigned long const slice = std::min(remaining, LONGEST_SLICE);
+        WBase::Sleep(slice);
+        remaining -= slice;
+    }
 }
 
 } // namespace Wfs

@@ -7,10 +7,16 @@
 
 #include <CLI/CLI.hpp>
 
+#include <functional>
 #include <optional>
+#include <string>
 #include <variant>
 
 namespace Wfs {
+
+/// Checks an option's number, in decimal digits: CLI11 by itself would take "010" for eight.
+/// \return what is wrong with it, or nothing
+std::string CheckNumber(std::string const& text);
 
 /// How long a verb waits for a record lock.
 struct Waiting {
@@ -36,6 +42,14 @@ private:
 
     Guard guard_;
 };
+
+/// Takes a record lock for which the library has no guard that tries again: an exclusive lock that is held elsewhere ends
+/// the library's guards with an exception.
+/// \param lock takes the lock, waiting for it or not; throws a message with `EAGAIN` or `EACCES` where another process
+///     holds it, and returns false where there are no record locks
+/// \throws Failure with LOCK_NOT_OBTAINED: another process held the lock until the end of the wait
+/// \throws what `lock` throws
+void TakeLock(Waiting const& waiting, std::function<bool(bool dontWait)> const& lock);
 
 } // namespace Wfs
 
