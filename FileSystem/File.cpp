@@ -341,11 +341,7 @@ bool File::Delete(wchar_t const* path, WBase::Message* report) {
             report->PrependBy(MakeErrnoMessage(FAILURE) << path);
         }
     } catch (WBase::Message const& failure) {
-        if (report != nullptr) {
-            WBase::Message message = failure;
-            message.WrapBy(WBase::MESSAGE_DOMAIN_SERVER, FILESYSTEM_MESSAGE_ID, FAILURE) << path;
-            report->PrependBy(message);
-        }
+        ReportCaught(report, failure, FAILURE, path);
     }
     return false;
 }

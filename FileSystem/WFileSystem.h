@@ -4,6 +4,7 @@
 /// \file
 /// \brief Every public header of the file system, for those who want one line.
 
+#include <FileSystem/Directory.h>
 #include <FileSystem/File.h>
 #include <FileSystem/FileImpl.h>
 #include <FileSystem/FileSystem.h>

@@ -39,6 +39,14 @@ inline WBase::Message MakeErrnoMessage(char const* text) {
     return message;
 }
 
+/// Prepends a caught failure to the report, if there is one, as the cause of a message about the path.
+inline void ReportCaught(WBase::Message* report, WBase::Message failure, char const* text, wchar_t const* path) {
+    if (report != nullptr) {
+        failure.WrapBy(WBase::MESSAGE_DOMAIN_SERVER, FILESYSTEM_MESSAGE_ID, text) << path;
+        report->PrependBy(failure);
+    }
+}
+
 } // namespace WFileSystem
 
 #endif
