@@ -233,7 +233,7 @@ TEST_F(FilesTest, AMissingPathIsWrongUsage) {
 }
 
 TEST_F(FilesTest, EachVerbHasAHelpWithAnExample) {
-    for (std::string const verb : {"put", "copy", "move", "delete", "stat", "lock"}) {
+    for (std::string const verb : {"put", "copy", "move", "delete", "stat", "lock", "list", "mkdir", "rmdir", "path"}) {
         ProgramResult const result = Run({"help", verb});
         EXPECT_THAT(result.output, HasSubstr("Example"));
         EXPECT_THAT(result.output, HasSubstr("\n  wfs " + verb + " "));

@@ -18,8 +18,8 @@ std::string Unshield(std::string const& argument) {
     return argument.c_str();
 }
 
-void AddPaths(CLI::App& verb, std::vector<std::string>& paths) {
-    verb.add_option("PATH", paths, "The files")->required()->option_text("...")->transform(Unshield);
+void AddPaths(CLI::App& verb, std::vector<std::string>& paths, char const* name, char const* description) {
+    verb.add_option(name, paths, description)->required()->option_text("...")->transform(Unshield);
 }
 
 void AddPath(CLI::App& verb, char const* name, std::string& path, char const* description) {

@@ -20,8 +20,9 @@ std::string Shield(std::string argument);
 /// The argument again.
 std::string Unshield(std::string const& argument);
 
-/// Declares one or more paths, as the arguments "PATH...".
-void AddPaths(CLI::App& verb, std::vector<std::string>& paths);
+/// Declares one or more paths.
+void AddPaths(
+    CLI::App& verb, std::vector<std::string>& paths, char const* name = "PATH", char const* description = "The files");
 
 /// Declares one path.
 void AddPath(CLI::App& verb, char const* name, std::string& path, char const* description);

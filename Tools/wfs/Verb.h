@@ -25,9 +25,13 @@ struct Verb {
 extern Verb const CAT;
 extern Verb const COPY;
 extern Verb const DELETE;
+extern Verb const LIST;
 extern Verb const LOCK;
+extern Verb const MKDIR;
 extern Verb const MOVE;
+extern Verb const PATH;
 extern Verb const PUT;
+extern Verb const RMDIR;
 extern Verb const STAT;
 
 } // namespace Wfs
