@@ -28,17 +28,17 @@
 #include <vector>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include <fcntl.h>
 #include <glob.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/time.h>
-#include <time.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -46,9 +46,29 @@ namespace {
 
 using namespace TestSupport;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 using Strings = std::vector<std::string>;
+
+// The messages of the assertions that fail in the code.
+template <class Code>
+Strings FailuresOf(Code code) {
+    ::testing::TestPartResultArray results;
+    {
+        ::testing::ScopedFakeTestPartResultReporter const reporter(
+            ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &results);
+        code();
+    }
+    Strings messages;
+    for (int i = 0; i < results.size(); ++i) {
+        messages.emplace_back(results.GetTestPartResult(i).message());
+    }
+    return messages;
+}
+
+// As EXPECT_NONFATAL_FAILURE, but the statement may use local variables.
+#define EXPECT_FAILURE(statement, text) EXPECT_THAT(FailuresOf([&] { statement; }), ElementsAre(HasSubstr(text)))
 
 // For the time of a test that waits in vain.
 class ShortWaits {
@@ -124,7 +144,7 @@ TEST_F(RecorderTest, ArgumentsOfPathCallsAreShown) {
     ::chmod(a, 0600);
     Ignore(::chown(a, ::getuid(), ::getgid()));
     ::utime(a, &times);
-    ::access(a, R_OK | W_OK);
+    Ignore(::access(a, R_OK | W_OK));
     ::rename(a, b);
     ::unlink(b);
     ::mkdir(b, 0777);
@@ -252,10 +272,8 @@ TEST_F(RecorderTest, FieldsOfACallCanBeLookedAt) {
 }
 
 TEST_F(RecorderTest, ALookUpOfAMissingCallFailsTheTest) {
-    static Recorder const* recorder;
-    Recorder const empty;
-    recorder = &empty;
-    EXPECT_NONFATAL_FAILURE(recorder->Find("read"), "There is no call 1 of 'read'");
+    Recorder const recorder;
+    EXPECT_FAILURE(recorder.Find("read"), "There is no call 1 of 'read'");
 }
 
 TEST_F(RecorderTest, CallsAreCountedAndForgotten) {
@@ -357,14 +375,14 @@ TEST_F(RecorderTest, NoRecorderChangesNothing) {
 
 #ifdef __GLIBC__
 
-extern "C" ssize_t __read_chk(int fd, void* data, size_t size, size_t room);
-extern "C" int __open_2(char const* path, int flags);
+extern "C" ssize_t FortifiedRead(int fd, void* data, size_t size, size_t room) __asm__("__read_chk");
+extern "C" int FortifiedOpen(char const* path, int flags) __asm__("__open_2");
 
 TEST_F(RecorderTest, FortifiedCallsAreRecordedUnderTheirPlainNames) {
     char buffer[4];
     Recorder recorder;
-    int const fd = ::__open_2(path_.c_str(), O_RDONLY);
-    EXPECT_EQ(::__read_chk(fd, buffer, 4, sizeof buffer), 4);
+    int const fd = FortifiedOpen(path_.c_str(), O_RDONLY);
+    EXPECT_EQ(FortifiedRead(fd, buffer, 4, sizeof buffer), 4);
     ::close(fd);
     EXPECT_EQ(recorder.Names(), "open read close");
 }
@@ -403,12 +421,10 @@ TEST_F(RecorderTest, ThereIsOneRecorderOfAllThreads) {
 }
 
 TEST_F(RecorderTest, ACallThatDoesNotComeFailsTheTest) {
-    static Recorder const* recorder;
-    Recorder const empty;
-    recorder = &empty;
-    EXPECT_TRUE(empty.WaitForCall("fsync", 0));
+    Recorder const recorder;
+    EXPECT_TRUE(recorder.WaitForCall("fsync", 0));
     ShortWaits const shortWaits;
-    EXPECT_NONFATAL_FAILURE(recorder->WaitForCall("fsync"), "Waited in vain for call 1 of 'fsync'.");
+    EXPECT_FAILURE(recorder.WaitForCall("fsync"), "Waited in vain for call 1 of 'fsync'.");
 }
 
 TEST_F(RecorderTest, AThreadThatHasComeToABlockingCallIsNoticed) {
@@ -534,7 +550,7 @@ TEST_F(RecorderTest, FunctionsThatCannotFailAreNotMadeTo) {
 }
 
 TEST_F(RecorderTest, ARuleThatNeverAppliesFailsTheTest) {
-    EXPECT_NONFATAL_FAILURE(
+    EXPECT_FAILURE(
         {
             Recorder recorder;
             recorder.On("read").Fail(EIO);
@@ -618,14 +634,12 @@ TEST_F(RecorderTest, ALoopIsDrivenByAScript) {
 }
 
 TEST_F(RecorderTest, AScriptThatIsNotUsedUpFailsTheTest) {
-    static int fd;
-    fd = fd_;
-    EXPECT_NONFATAL_FAILURE(
+    EXPECT_FAILURE(
         {
             char buffer[4];
             Recorder recorder;
             recorder.On("read").Script({1, 2});
-            EXPECT_EQ(::read(fd, buffer, 4), 1);
+            EXPECT_EQ(::read(fd_, buffer, 4), 1);
         },
         "A rule for 'read' applied to 1 calls, not to 2.");
 }
@@ -807,21 +821,17 @@ TEST(ChildTest, TheSidesFollowEachOther) {
 }
 
 TEST(ChildTest, AWrongWordFailsTheTestAndKillsTheChild) {
-    static Child* child;
-    Child saying([](Child::Parent& parent) {
+    Child child([](Child::Parent& parent) {
         parent.Say("other");
         parent.WaitFor("never said");
     });
-    child = &saying;
-    EXPECT_NONFATAL_FAILURE(child->WaitFor("ready"), "Waited for 'ready', but 'other' came.");
-    EXPECT_TRUE(child->HasEnded());
+    EXPECT_FAILURE(child.WaitFor("ready"), "Waited for 'ready', but 'other' came.");
+    EXPECT_TRUE(child.HasEnded());
 }
 
 TEST(ChildTest, AChildThatEndsInsteadOfSpeakingFailsTheTest) {
-    static Child* child;
-    Child ending([](Child::Parent&) {});
-    child = &ending;
-    EXPECT_NONFATAL_FAILURE(child->WaitFor("ready"), "the other side is gone");
+    Child child([](Child::Parent&) {});
+    EXPECT_FAILURE(child.WaitFor("ready"), "the other side is gone");
 }
 
 TEST(ChildTest, AChildThatWaitsInVainEnds) {
@@ -848,29 +858,25 @@ TEST(ChildTest, AChildCanBeKilled) {
 }
 
 TEST(ChildTest, AFailedChildThatNobodyWaitsForFailsTheTest) {
-    EXPECT_NONFATAL_FAILURE(Child([](Child::Parent&) { return 3; }), "The child process failed.");
+    EXPECT_FAILURE(Child([](Child::Parent&) { return 3; }), "The child process failed.");
 }
 
 TEST(ChildTest, AChildThatDoesNotSpeakIsKilledAndFailsTheTest) {
-    static Child* child;
-    Child silent([](Child::Parent&) { ::sleep(60); });
-    child = &silent;
+    Child child([](Child::Parent&) { ::sleep(60); });
     ShortWaits const shortWaits;
-    EXPECT_NONFATAL_FAILURE(child->WaitFor("ready"), "Waited for 'ready', but nothing came.");
-    EXPECT_EQ(silent.Wait(), -SIGKILL);
+    EXPECT_FAILURE(child.WaitFor("ready"), "Waited for 'ready', but nothing came.");
+    EXPECT_EQ(child.Wait(), -SIGKILL);
 }
 
 TEST(ChildTest, AChildThatDoesNotEndIsKilledAndFailsTheTest) {
-    static Child* child;
-    Child lasting([](Child::Parent&) { ::sleep(60); });
-    child = &lasting;
+    Child child([](Child::Parent&) { ::sleep(60); });
     ShortWaits const shortWaits;
-    EXPECT_NONFATAL_FAILURE(EXPECT_EQ(child->Wait(), -SIGKILL), "does not end; it is killed");
+    EXPECT_FAILURE(EXPECT_EQ(child.Wait(), -SIGKILL), "does not end; it is killed");
 }
 
 TEST(ProgramTest, AProgramThatDoesNotEndIsKilledAndFailsTheTest) {
     ShortWaits const shortWaits;
-    EXPECT_NONFATAL_FAILURE(EXPECT_EQ(RunProgram({"sleep", "60"}).status, -SIGKILL), "does not end; it is killed");
+    EXPECT_FAILURE(EXPECT_EQ(RunProgram({"sleep", "60"}).status, -SIGKILL), "does not end; it is killed");
 }
 
 TEST(ProgramTest, AProgramThatDoesNotReadItsInputRaisesNoSignal) {
@@ -926,7 +932,7 @@ TEST(ProgramTest, AProgramRunsBesideTheTest) {
 }
 
 TEST(ProgramTest, OutputThatDoesNotComeFailsTheTest) {
-    EXPECT_NONFATAL_FAILURE(Program({"echo", "other"}).WaitForOutput("ready"), "Waited in vain for 'ready'.");
+    EXPECT_FAILURE(Program({"echo", "other"}).WaitForOutput("ready"), "Waited in vain for 'ready'.");
 }
 
 TEST(ProgramTest, AProgramCanBeKilled) {
@@ -1018,7 +1024,7 @@ TEST(DescriptorsTest, OpenDescriptorsAreListed) {
 }
 
 TEST(DescriptorsTest, ADescriptorLeftOpenFailsTheTest) {
-    EXPECT_NONFATAL_FAILURE(
+    EXPECT_FAILURE(
         {
             DescriptorCheck const check;
             ::open("/", O_RDONLY);
@@ -1033,13 +1039,12 @@ TEST(DescriptorsTest, ADocumentedLeakIsExpectedAndThenClosed) {
         fd = ::open("/", O_RDONLY);
     }
     EXPECT_FALSE(IsOpen(fd));
-    EXPECT_NONFATAL_FAILURE(DescriptorCheck(1), "Descriptors left open: ");
+    EXPECT_FAILURE(DescriptorCheck(1), "Descriptors left open: ");
 }
 
 TEST(DescriptorsTest, AForeignDescriptorClosedFailsTheTest) {
-    static int fd;
-    fd = ::open("/", O_RDONLY);
-    EXPECT_NONFATAL_FAILURE(
+    int const fd = ::open("/", O_RDONLY);
+    EXPECT_FAILURE(
         {
             DescriptorCheck const check;
             ::close(fd);
@@ -1049,7 +1054,9 @@ TEST(DescriptorsTest, AForeignDescriptorClosedFailsTheTest) {
 
 TEST(DescriptorsTest, ADescriptorIsClosedForAWhile) {
     int const fd = ::open("/", O_RDONLY);
-    struct stat before, during, after;
+    struct stat before;
+    struct stat during;
+    struct stat after;
     ASSERT_EQ(::fstat(fd, &before), 0);
     {
         CloseDuring const close(fd);
@@ -1097,7 +1104,7 @@ TEST(RecordLocksTest, AnotherProcessSeesTheLock) {
 }
 
 TEST(RecordLocksTest, AMissingFileFailsTheTest) {
-    EXPECT_NONFATAL_FAILURE(RecordLockSeenByOthers("/no/such/file"), "Could not ask for the locks of /no/such/file");
+    EXPECT_FAILURE(RecordLockSeenByOthers("/no/such/file"), "Could not ask for the locks of /no/such/file");
 }
 
 // ---- Messages
@@ -1114,18 +1121,17 @@ WBase::Message MakeWrapped(int error) {
 
 TEST(MessagesTest, ReportsAreRecognised) {
     EXPECT_REPORT(ThrowReport(L"F: ::open failed.", ENOENT), L"F: ::open failed.", ENOENT);
-    EXPECT_NONFATAL_FAILURE(
-        EXPECT_REPORT(ThrowReport(L"F.", ENOENT), L"G.", ENOENT), "text \"F.\\nNo such file or directory\"");
-    EXPECT_NONFATAL_FAILURE(EXPECT_REPORT(ThrowReport(L"F.", ENOENT), L"F.", EIO), "ID 2");
-    EXPECT_NONFATAL_FAILURE(EXPECT_REPORT(throw MakeWrapped(EIO), L"Failed to do '\u00E4'.", EIO), "domain");
+    EXPECT_FAILURE(EXPECT_REPORT(ThrowReport(L"F.", ENOENT), L"G.", ENOENT), "text \"F.\\nNo such file or directory\"");
+    EXPECT_FAILURE(EXPECT_REPORT(ThrowReport(L"F.", ENOENT), L"F.", EIO), "ID 2");
+    EXPECT_FAILURE(EXPECT_REPORT(throw MakeWrapped(EIO), L"Failed to do '\u00E4'.", EIO), "domain");
 }
 
 TEST(MessagesTest, WrappedMessagesAreRecognised) {
     EXPECT_WRAPPED(throw MakeWrapped(EIO), L"Failed to do '\u00E4'.", EIO);
-    EXPECT_NONFATAL_FAILURE(
+    EXPECT_FAILURE(
         EXPECT_WRAPPED(throw MakeWrapped(EIO), L"Failed to do '\u00E4'.", ENOENT), "Failed to do 'ä'.\\nInput");
-    EXPECT_NONFATAL_FAILURE(EXPECT_WRAPPED_NO_CAUSE(throw MakeWrapped(EIO), L"Failed to do '\u00E4'."), "Actual");
-    EXPECT_NONFATAL_FAILURE(EXPECT_WRAPPED(ThrowReport(L"F.", EIO), L"F.", EIO), "ExceptionImpl");
+    EXPECT_FAILURE(EXPECT_WRAPPED_NO_CAUSE(throw MakeWrapped(EIO), L"Failed to do '\u00E4'."), "Actual");
+    EXPECT_FAILURE(EXPECT_WRAPPED(ThrowReport(L"F.", EIO), L"F.", EIO), "ExceptionImpl");
 }
 
 TEST(MessagesTest, WrappedMessagesWithoutACauseAreRecognised) {
@@ -1134,9 +1140,9 @@ TEST(MessagesTest, WrappedMessagesWithoutACauseAreRecognised) {
 }
 
 TEST(MessagesTest, OtherEndsOfAStatementFailTheTest) {
-    EXPECT_NONFATAL_FAILURE(EXPECT_WRAPPED_NO_CAUSE((void)0, L"F."), "It throws nothing. Expected: \"F.\"");
-    EXPECT_NONFATAL_FAILURE(EXPECT_WRAPPED_NO_CAUSE(throw std::runtime_error("why"), L"F."), "why");
-    EXPECT_NONFATAL_FAILURE(EXPECT_WRAPPED_NO_CAUSE(throw 1, L"F."), "no std::exception");
+    EXPECT_FAILURE(EXPECT_WRAPPED_NO_CAUSE((void)0, L"F."), "It throws nothing. Expected: \"F.\"");
+    EXPECT_FAILURE(EXPECT_WRAPPED_NO_CAUSE(throw std::runtime_error("why"), L"F."), "why");
+    EXPECT_FAILURE(EXPECT_WRAPPED_NO_CAUSE(throw 1, L"F."), "no std::exception");
 }
 
 TEST(MessagesTest, DomainIDAndExactTypeCount) {

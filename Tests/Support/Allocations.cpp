@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <limits>
 #include <new>
-#include <utility>
 
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
@@ -16,17 +15,8 @@
 namespace TestSupport {
 namespace {
 
-constexpr unsigned long NEVER = std::numeric_limits<unsigned long>::max();
-
-struct Observed {
-    bool isActive = false;
-    bool hasFailed = false;
-    unsigned long count = 0;
-    unsigned long firstFailing = NEVER;
-    unsigned long lastFailing = 0;
-};
-
-thread_local Observed observed;
+// The calling thread's; null while none observes.
+thread_local Allocations* observer = nullptr;
 
 } // namespace
 
@@ -41,32 +31,13 @@ New arrayNew("_Znam");
 Delete plainDelete("_ZdlPv");
 Delete arrayDelete("_ZdaPv");
 
-// Counts an allocation; the answer is whether it is to fail.
-bool MustFail() {
-    if (!observed.isActive || IsUnobserved()) {
-        return false;
-    }
-    ++observed.count;
-    bool const mustFail = observed.count >= observed.firstFailing && observed.count <= observed.lastFailing;
-    observed.hasFailed = observed.hasFailed || mustFail;
-    return mustFail;
-}
-
 void* Allocate(New& next, std::size_t size) {
-    if (MustFail()) {
+    if (Allocations::CountOne()) {
         throw std::bad_alloc();
     }
     // One form may call another, which is not to count again.
-    bool const wasActive = std::exchange(observed.isActive, false);
-    void* block = nullptr;
-    try {
-        block = next(size);
-    } catch (...) {
-        observed.isActive = wasActive;
-        throw;
-    }
-    observed.isActive = wasActive;
-    return block;
+    Unobserved const unobserved;
+    return next(size);
 }
 
 void* AllocateOrNull(New& next, std::size_t size) noexcept {
@@ -81,8 +52,7 @@ void* AllocateOrNull(New& next, std::size_t size) noexcept {
 #endif
 
 Allocations::Allocations() {
-    observed = Observed();
-    observed.isActive = true;
+    observer = this;
 }
 
 Allocations::~Allocations() {
@@ -90,25 +60,37 @@ Allocations::~Allocations() {
 }
 
 void Allocations::FailNth(unsigned long n) {
-    observed.firstFailing = observed.lastFailing = observed.count + n;
+    firstFailing_ = lastFailing_ = count_ + n;
 }
 
 void Allocations::FailFrom(unsigned long n) {
-    observed.firstFailing = observed.count + n;
-    observed.lastFailing = NEVER;
+    firstFailing_ = count_ + n;
+    lastFailing_ = std::numeric_limits<unsigned long>::max();
 }
 
 unsigned long Allocations::Stop() {
-    observed.isActive = false;
-    return observed.count;
+    if (observer == this) {
+        observer = nullptr;
+    }
+    return count_;
 }
 
 unsigned long Allocations::GetCount() const {
-    return observed.count;
+    return count_;
 }
 
 bool Allocations::HasFailed() const {
-    return observed.hasFailed;
+    return hasFailed_;
+}
+
+bool Allocations::CountOne() {
+    if (observer == nullptr || IsUnobserved()) {
+        return false;
+    }
+    unsigned long const n = ++observer->count_;
+    bool const isToFail = n >= observer->firstFailing_ && n <= observer->lastFailing_;
+    observer->hasFailed_ = observer->hasFailed_ || isToFail;
+    return isToFail;
 }
 
 bool Allocations::AreObserved() {
@@ -131,11 +113,11 @@ void* operator new[](std::size_t size) {
     return TestSupport::Allocate(TestSupport::arrayNew, size);
 }
 
-void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+void* operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept {
     return TestSupport::AllocateOrNull(TestSupport::plainNew, size);
 }
 
-void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
+void* operator new[](std::size_t size, std::nothrow_t const& /*tag*/) noexcept {
     return TestSupport::AllocateOrNull(TestSupport::arrayNew, size);
 }
 
@@ -147,19 +129,19 @@ void operator delete[](void* block) noexcept {
     TestSupport::arrayDelete(block);
 }
 
-void operator delete(void* block, std::size_t) noexcept {
+void operator delete(void* block, std::size_t /*size*/) noexcept {
     TestSupport::plainDelete(block);
 }
 
-void operator delete[](void* block, std::size_t) noexcept {
+void operator delete[](void* block, std::size_t /*size*/) noexcept {
     TestSupport::arrayDelete(block);
 }
 
-void operator delete(void* block, std::nothrow_t const&) noexcept {
+void operator delete(void* block, std::nothrow_t const& /*tag*/) noexcept {
     TestSupport::plainDelete(block);
 }
 
-void operator delete[](void* block, std::nothrow_t const&) noexcept {
+void operator delete[](void* block, std::nothrow_t const& /*tag*/) noexcept {
     TestSupport::arrayDelete(block);
 }
 

@@ -40,8 +40,18 @@ public:
     /// Whether an allocation was made to fail. A fault loop ends when not.
     bool HasFailed() const;
 
+    /// Counts an allocation of the calling thread; for `operator new`.
+    /// \return whether it is to fail
+    static bool CountOne();
+
     /// False in programs that Clang's ThreadSanitizer instruments: there `operator new` can't be replaced, and nothing is seen.
     static bool AreObserved();
+
+private:
+    bool hasFailed_ = false;
+    unsigned long count_ = 0;
+    unsigned long firstFailing_ = 0;
+    unsigned long lastFailing_ = 0;
 };
 
 /// Skips the test, visibly, where allocations can't be observed.

@@ -1,5 +1,6 @@
 #include <Tests/Support/CallText.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
@@ -92,8 +93,8 @@ bool IsLockCommand(int command) {
     return command == F_SETLK || command == F_SETLKW || command == F_GETLK;
 }
 
-std::string Control(int command, long argument) {
-    std::string const name = NameOf(
+std::string Control(int command, void const* argument) {
+    std::string name = NameOf(
         command, {{F_GETFD, "F_GETFD"},
                   {F_SETFD, "F_SETFD"},
                   {F_GETFL, "F_GETFL"},
@@ -104,9 +105,9 @@ std::string Control(int command, long argument) {
                   {F_DUPFD, "F_DUPFD"},
                   {F_DUPFD_CLOEXEC, "F_DUPFD_CLOEXEC"}});
     if (IsLockCommand(command)) {
-        return name + ", " + Lock(*reinterpret_cast<struct flock const*>(argument));
+        return name + ", " + Lock(*static_cast<struct flock const*>(argument));
     }
-    int const number = static_cast<int>(argument);
+    int const number = static_cast<int>(reinterpret_cast<std::intptr_t>(argument));
     switch (command) {
     case F_GETFD:
     case F_GETFL:

@@ -6,8 +6,9 @@
 
 #include <string>
 
+#include <csignal>
+
 #include <fcntl.h>
-#include <signal.h>
 
 namespace TestSupport::CallText {
 
@@ -34,7 +35,7 @@ std::string Lock(struct flock const& lock);
 bool IsLockCommand(int command);
 
 /// "F_SETFD, FD_CLOEXEC"
-std::string Control(int command, long argument);
+std::string Control(int command, void const* argument);
 
 /// "SIGPIPE, SIG_IGN"; a null action is "null", any other function "handler".
 std::string SignalAction(int signal, struct sigaction const* action);

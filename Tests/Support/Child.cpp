@@ -31,12 +31,12 @@ public:
     Channel& operator=(Channel const&) = delete;
 
     // A side that is gone is noticed by whoever waits for it.
-    void Send(std::string_view word) {
+    void Send(std::string_view word) const {
         std::string const line = std::string(word) + '\n';
         ::send(fd_, line.data(), line.size(), MSG_NOSIGNAL);
     }
 
-    void EndSending() { ::shutdown(fd_, SHUT_WR); }
+    void EndSending() const { ::shutdown(fd_, SHUT_WR); }
 
     /// \return what is wrong, empty when the word came
     std::string Expect(std::string_view word) {

@@ -63,6 +63,7 @@ Result Observe(char const* function, FailsWith failsWith, Describe describe, Mak
             call.function = function;
             describe(call);
             // A result is a number or a pointer; both fit into a long and back.
+            // NOLINTNEXTLINE(performance-no-int-to-ptr)
             return (Result)observation.Pass(
                 std::move(call), failsWith, [&](unsigned long limit) { return (long)makeCall(limit); });
         }

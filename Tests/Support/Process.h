@@ -6,7 +6,8 @@
 
 #include <functional>
 
-#include <signal.h>
+#include <csignal>
+
 #include <sys/types.h>
 
 namespace TestSupport {

@@ -8,12 +8,12 @@
 #include <utility>
 
 #include <cerrno>
+#include <csignal>
 
 #include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
-extern "C" char** environ;
+extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
 
 namespace TestSupport {
 namespace {
@@ -43,6 +43,7 @@ struct Line {
 
 std::vector<char*> PointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts) {
         pointers.push_back(text.data());
     }

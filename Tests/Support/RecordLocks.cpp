@@ -2,6 +2,7 @@
 #include <Tests/Support/RecordLocks.h>
 #include <Tests/Support/ScratchDirectory.h>
 
+#include <iterator>
 #include <sstream>
 
 #include <cerrno>
@@ -16,10 +17,9 @@ std::vector<std::string> RecordLocksOf(int fd) {
     std::vector<std::string> locks;
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line);
-        std::string label, number, kind, mode, type, process, file, start, end;
-        words >> label >> number >> kind >> mode >> type >> process >> file >> start >> end;
-        if (label == "lock:" && kind == "POSIX") {
-            locks.push_back(type + ' ' + start + '-' + end);
+        std::vector<std::string> word{std::istream_iterator<std::string>(words), {}};
+        if (word.size() == 9 && word[0] == "lock:" && word[2] == "POSIX") {
+            locks.push_back(word[4].append(" ").append(word[7]).append("-").append(word[8]));
         }
     }
     return locks;

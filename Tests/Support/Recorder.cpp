@@ -82,9 +82,9 @@ int ErrorOf(Call const& call, FailsWith failsWith) {
     case FailsWith::MINUS_ONE:
         return call.result == -1 ? errno : 0;
     case FailsWith::NULL_POINTER:
-        return call.result == 0 && (call.stream == nullptr || std::ferror(call.stream)) ? errno : 0;
+        return call.result == 0 && (call.stream == nullptr || std::ferror(call.stream) != 0) ? errno : 0;
     case FailsWith::NO_ITEMS:
-        return static_cast<unsigned long>(call.result) < call.size && std::ferror(call.stream) ? errno : 0;
+        return static_cast<unsigned long>(call.result) < call.size && std::ferror(call.stream) != 0 ? errno : 0;
     case FailsWith::ERROR_NUMBER:
         return static_cast<int>(call.result);
     default:
@@ -292,15 +292,14 @@ std::vector<std::string> Recorder::Calls(unsigned int show) const {
     Unobserved const unobserved;
     std::vector<std::string> texts;
     for (Call const& call : All()) {
-        std::string arguments = call.details;
-        if ((show & DESCRIPTORS) != 0 && call.hasDescriptor) {
-            arguments = std::to_string(call.fd) + (arguments.empty() ? "" : ", ") + arguments;
-        }
-        std::string text = call.function + '(' + arguments + ')';
+        bool const isDescriptorShown = (show & DESCRIPTORS) != 0 && call.hasDescriptor;
+        std::ostringstream text;
+        text << call.function << '(' << (isDescriptorShown ? std::to_string(call.fd) : "")
+             << (isDescriptorShown && !call.details.empty() ? ", " : "") << call.details << ')';
         if ((show & RESULTS) != 0) {
-            text += " = " + ShownResult(call);
+            text << " = " << ShownResult(call);
         }
-        texts.push_back(std::move(text));
+        texts.push_back(text.str());
     }
     return texts;
 }

@@ -30,8 +30,9 @@
 #include <vector>
 
 #include <cstdio>
+#include <ctime>
+
 #include <fcntl.h>
-#include <time.h>
 
 namespace TestSupport {
 

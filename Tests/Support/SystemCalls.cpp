@@ -12,16 +12,16 @@
 #include <string>
 #include <string_view>
 
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <ctime>
 
 #include <fcntl.h>
 #include <glob.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/time.h>
-#include <time.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -185,7 +185,7 @@ INTERPOSE(int, fcntl, int fd, int command, ...) {
                 call.lock = *static_cast<struct flock const*>(argument);
                 call.data = argument;
             }
-            call.details = CallText::Control(command, reinterpret_cast<long>(argument));
+            call.details = CallText::Control(command, argument);
         },
         [&](unsigned long) { return next_fcntl(fd, command, argument); });
 }

@@ -71,8 +71,8 @@ std::string Narrow(std::wstring_view text) {
 std::string Readable(std::wstring_view text) {
     std::string result = "\"";
     for (wchar_t const character : text) {
-        unsigned int const value = static_cast<unsigned int>(character);
-        if (character == L'\n') {
+        auto const value = static_cast<unsigned int>(character);
+        if (value == 0x0A) {
             result += "\\n";
         } else if (value < 0x20 || value == 0x7F || !IsScalarValue(value)) {
             char escaped[16];
