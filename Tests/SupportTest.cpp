@@ -306,16 +306,26 @@ TEST_F(RecorderTest, TheInnermostRecorderSeesTheCall) {
 }
 
 TEST_F(RecorderTest, AnOuterRecorderMayStopFirst) {
+    Recorder const outermost;
     Recorder outer;
-    Recorder const inner;
+    Recorder inner;
     outer.Stop();
     ::fsync(fd_);
+    inner.Stop();
+    ::lseek(fd_, 0, SEEK_SET);
     EXPECT_EQ(inner.Names(), "fsync");
     EXPECT_EQ(outer.Names(), "");
+    EXPECT_EQ(outermost.Names(), "lseek");
 }
 
 TEST_F(RecorderTest, ErrnoIsThatOfTheCallOrTheCallers) {
     Recorder recorder;
+    recorder.On("fsync")
+        .Where([](Call const&) {
+            errno = EPERM;
+            return true;
+        })
+        .Before([](Call const&) {});
     errno = ERANGE;
     ::fsync(fd_);
     EXPECT_EQ(errno, ERANGE);
@@ -451,12 +461,25 @@ TEST_F(RecorderTest, AChildProcessStartsWithoutTheRecorder) {
     Child child([&](Child::Parent&) {
         EXPECT_EQ(::fsync(fd_), 0);
         recorder.Stop();
-        Recorder const own;
+        Recorder const own(Recorder::FILE_CALLS, Recorder::Threads::ALL);
         ::lseek(fd_, 0, SEEK_SET);
         EXPECT_EQ(own.Names(), "lseek");
     });
     EXPECT_EQ(child.Wait(), 0);
     EXPECT_EQ(recorder.Names(), "");
+}
+
+TEST_F(RecorderTest, AChildProcessMadeInTheMiddleOfACallMayHaveARecorder) {
+    Recorder recorder;
+    recorder.On("fsync").Before([&](Call const&) {
+        Child child([&](Child::Parent&) {
+            Recorder const own;
+            ::lseek(fd_, 0, SEEK_SET);
+            EXPECT_EQ(own.Names(), "lseek");
+        });
+        EXPECT_EQ(child.Wait(), 0);
+    });
+    EXPECT_EQ(::fsync(fd_), 0);
 }
 
 // ---- Rules

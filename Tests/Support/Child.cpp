@@ -1,4 +1,5 @@
 #include <Tests/Support/Child.h>
+#include <Tests/Support/Interposition.h>
 #include <Tests/Support/Recorder.h>
 #include <Tests/Support/Waiting.h>
 
@@ -123,6 +124,8 @@ Child::Child(IntCode const& code) {
         }
     }
     if (isChild) {
+        // The parent may be in the middle of an observed call.
+        IsUnobserved() = false;
         ExitChild(RunAndReport(code.call, *channel_));
     }
 }
@@ -143,7 +146,7 @@ bool Child::WaitFor(std::string_view word) {
         return true;
     }
     ADD_FAILURE() << problem;
-    Kill();
+    Destroy();
     return false;
 }
 

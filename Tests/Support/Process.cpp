@@ -46,10 +46,16 @@ int Process::WaitForEnd(std::function<void()> const& meanwhile) {
     });
     if (!hasCome) {
         ADD_FAILURE() << "The child process " << pid_ << " does not end; it is killed.";
-        Signal(SIGKILL);
-        WaitUntil([&] { return TryToReap(); });
+        Destroy();
     }
     return WIFEXITED(status_) ? WEXITSTATUS(status_) : -WTERMSIG(status_);
+}
+
+void Process::Destroy() {
+    Signal(SIGKILL);
+    // Its end is certain and needs no more than a turn of the processor.
+    EXPECT_TRUE(WaitUntil([&] { return TryToReap(); }, std::chrono::minutes(1)))
+        << "The process " << pid_ << " is left.";
 }
 
 bool Process::TryToReap() {

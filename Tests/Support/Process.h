@@ -37,6 +37,9 @@ protected:
     /// \return the exit code; for a process that a signal ended the signal's number, negative
     int WaitForEnd(std::function<void()> const& meanwhile = [] {});
 
+    /// Kills it.
+    void Destroy();
+
 private:
     bool TryToReap();
 

@@ -96,15 +96,14 @@ ssize_t WriteWithoutSignal(int fd, std::string const& text) {
     ::sigemptyset(&pipeSignal);
     ::sigaddset(&pipeSignal, SIGPIPE);
     ::pthread_sigmask(SIG_BLOCK, &pipeSignal, &previous);
+    // None of the calls after this one touches errno.
     ssize_t const count = ::write(fd, text.data(), text.size());
-    int const error = errno;
     ::sigpending(&pending);
-    if (count == -1 && error == EPIPE && ::sigismember(&pending, SIGPIPE) == 1) {
+    if (count == -1 && errno == EPIPE && ::sigismember(&pending, SIGPIPE) == 1) {
         int signal;
         ::sigwait(&pipeSignal, &signal);
     }
     ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    errno = error;
     return count;
 }
 
@@ -148,7 +147,8 @@ Program::Program(std::vector<std::string> const& command, ProgramOptions const& 
 
 Program::~Program() {
     if (!HasEnded()) {
-        Kill();
+        Destroy();
+        Finish();
     }
 }
 

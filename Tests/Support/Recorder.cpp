@@ -171,7 +171,6 @@ unsigned int generation = 0; // how many forks lie between the first process and
 // A child has none of its parent's recorders. Nothing is freed here, and the lock may be one that another thread held.
 void ForgetRecorders() {
     livingRecorders = 0;
-    IsUnobserved() = false;
     innermost = nullptr;
     isOneOfAllThreads = false;
     lockOfAllThreads.unlock();

@@ -71,12 +71,12 @@ std::string Narrow(std::wstring_view text) {
 std::string Readable(std::wstring_view text) {
     std::string result = "\"";
     for (wchar_t const character : text) {
-        auto const value = static_cast<unsigned int>(character);
+        unsigned long const value = static_cast<unsigned int>(character);
         if (value == 0x0A) {
             result += "\\n";
         } else if (value < 0x20 || value == 0x7F || !IsScalarValue(value)) {
             char escaped[16];
-            std::snprintf(escaped, sizeof escaped, "\\x{%X}", value);
+            std::snprintf(escaped, sizeof escaped, "\\x{%lX}", value);
             result += escaped;
         } else {
             Append(result, value);
