@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <limits>
 
 namespace {
 
@@ -32,8 +33,7 @@ void HoldLock(char const* path) {
     File::WriteSmartLock const lock(file.fd);
 
     std::cout << "locked" << std::endl;
-    while (std::cin.get() != std::istream::traits_type::eof()) {
-    }
+    std::cin.ignore(std::numeric_limits<std::streamsize>::max());
 }
 
 } // namespace

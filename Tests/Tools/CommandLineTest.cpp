@@ -71,6 +71,7 @@ TEST_F(CommandLineTest, WrongUsageIsReportedWithStatus2) {
              {{"[dog]"}, "wfs: The following argument was not expected: [dog]\nTry: wfs help\n"},
              {{"--lines"}, "wfs: The following argument was not expected: --lines\nTry: wfs help\n"},
              {{"help", "dog"}, "wfs: there is no verb 'dog'\nTry: wfs help help\n"},
+             {{"help", "[a,b]"}, "wfs: there is no verb '[a,b]'\nTry: wfs help help\n"},
              {{"help", "cat", "cat"}, "wfs: The following argument was not expected: cat\nTry: wfs help help\n"},
              {{"cat"}, "wfs: PATH is required\nTry: wfs help cat\n"},
              {{"cat", "--bogus", "x"}, "wfs: The following argument was not expected: --bogus\nTry: wfs help cat\n"},

@@ -2,12 +2,30 @@
 
 #include <Tools/wfs/CommandLine.h>
 
+#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
 using TestSupport::Child;
 using TestSupport::ProgramResult;
 using TestSupport::Recorder;
+
+namespace {
+
+/// Differs from every status of the program, so that no expected one hides a failed assertion.
+constexpr int STATUS_OF_FAILED_ASSERTIONS = 99;
+
+/// Prints the test's failed assertions on standard error, because standard output is closed by now.
+/// \return whether there are any
+bool PrintFailures() {
+    ::testing::TestResult const& result = *::testing::UnitTest::GetInstance()->current_test_info()->result();
+    for (int index = 0; index < result.total_part_count(); ++index) {
+        std::fprintf(stderr, "%s\n", result.GetTestPartResult(index).message());
+    }
+    return result.Failed();
+}
+
+} // namespace
 
 std::string const WfsTest::PROGRAM = WFS_PROGRAM;
 
@@ -53,9 +71,13 @@ WfsTest::RunObserved(Arguments const& arguments, Prepare const& prepare, Meanwhi
             argv.push_back(argument.c_str());
         }
         argv.push_back(nullptr);
-        Recorder recorder;
-        prepare(recorder, parent);
-        return static_cast<int>(Wfs::Run(static_cast<int>(argv.size()) - 1, argv.data()));
+        int status = 0;
+        {
+            Recorder recorder;
+            prepare(recorder, parent);
+            status = Wfs::Run(static_cast<int>(argv.size()) - 1, argv.data());
+        }
+        return PrintFailures() ? STATUS_OF_FAILED_ASSERTIONS : status;
     });
     meanwhile(child);
     ProgramResult result;
