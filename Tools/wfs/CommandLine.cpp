@@ -52,7 +52,8 @@ public:
     ExitStatus Run(int argc, char const* const* argv) {
         try {
             // CLI11 takes the arguments from the end of the list.
-            std::vector<std::string> arguments(std::reverse_iterator(argv + argc), std::reverse_iterator(argv + 1));
+            std::vector<std::string> arguments(
+                std::reverse_iterator(argv + argc), std::reverse_iterator(argv + std::min(argc, 1)));
             std::transform(arguments.begin(), arguments.end(), arguments.begin(), Shield);
             program_.parse(std::move(arguments));
             return DoWork();
