@@ -1003,6 +1003,26 @@ TEST(ScratchDirectoryTest, PathsAreGivenInBothForms) {
     EXPECT_EQ(Narrow(scratch.Wide()), scratch.Path());
 }
 
+TEST(ScratchDirectoryTest, AWorkingDirectoryIsLeftAgain) {
+    ScratchDirectory const scratch;
+    std::filesystem::path const former = std::filesystem::current_path();
+    {
+        Recorder const recorder;
+        WorkingDirectory const workingDirectory(scratch.Path());
+        EXPECT_EQ(std::filesystem::current_path(), scratch.Path());
+        EXPECT_EQ(recorder.Count("chdir"), 0U);
+    }
+    EXPECT_EQ(std::filesystem::current_path(), former);
+    EXPECT_THROW(WorkingDirectory{scratch / "missing"}, std::system_error);
+}
+
+TEST(ScratchDirectoryTest, DirectoriesAreMade) {
+    ScratchDirectory const scratch;
+    MakeDirectory(scratch / "directory");
+    EXPECT_TRUE(std::filesystem::is_directory(scratch / "directory"));
+    EXPECT_THROW(MakeDirectory(scratch / "directory"), std::system_error);
+}
+
 TEST(ScratchDirectoryTest, FilesAreWrittenReadAndListed) {
     ScratchDirectory const scratch;
     std::string const bytes("a\0b\nc", 5);

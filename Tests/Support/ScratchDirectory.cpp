@@ -127,6 +127,31 @@ std::wstring ScratchDirectory::Wide(std::string_view name) const {
     return Widen(name.empty() ? path_ : *this / name);
 }
 
+WorkingDirectory::WorkingDirectory(std::string const& path) {
+    Unobserved const unobserved;
+    former_ = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (former_ == -1) {
+        ThrowError("open");
+    }
+    if (::chdir(path.c_str()) == -1) {
+        ::close(former_);
+        ThrowError(path);
+    }
+}
+
+WorkingDirectory::~WorkingDirectory() {
+    Unobserved const unobserved;
+    EXPECT_EQ(::fchdir(former_), 0) << "Could not go back to the former working directory: " << std::strerror(errno);
+    ::close(former_);
+}
+
+void MakeDirectory(std::string const& path) {
+    Unobserved const unobserved;
+    if (::mkdir(path.c_str(), 0755) == -1) {
+        ThrowError(path);
+    }
+}
+
 void WriteFile(std::string const& path, std::string_view bytes) {
     Unobserved const unobserved;
     Descriptor const file(path, O_WRONLY | O_CREAT | O_TRUNC);

@@ -43,6 +43,22 @@ private:
     std::string path_;
 };
 
+/// Makes a directory the working one while this object lives; then the former one is the working one again.
+class WorkingDirectory {
+public:
+    explicit WorkingDirectory(std::string const& path);
+    ~WorkingDirectory();
+
+    WorkingDirectory(WorkingDirectory const&) = delete;
+    WorkingDirectory& operator=(WorkingDirectory const&) = delete;
+
+private:
+    int former_;
+};
+
+/// Makes a directory with the permission bits 0755, less those of the process's umask.
+void MakeDirectory(std::string const& path);
+
 /// Makes the file hold these bytes and no others. A new file has the permission bits 0644 as far as the mask
 /// allows.
 void WriteFile(std::string const& path, std::string_view bytes);
