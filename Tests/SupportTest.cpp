@@ -5,6 +5,7 @@
 #include <Tests/Support/Allocations.h>
 #include <Tests/Support/Child.h>
 #include <Tests/Support/Descriptors.h>
+#include <Tests/Support/Environment.h>
 #include <Tests/Support/Messages.h>
 #include <Tests/Support/Program.h>
 #include <Tests/Support/RecordLocks.h>
@@ -811,6 +812,25 @@ TEST(AllocationsTest, WithoutAFailureNoneIsReported) {
     EXPECT_FALSE(allocations.HasFailed());
 }
 
+TEST(AllocationsTest, ReleasedTextsStandInTheOrderOfTheReleases) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    auto earlier = std::make_unique<char>('e');
+    Allocations allocations;
+    auto const make = [](std::string_view text) {
+        std::unique_ptr<char[]> copy(new char[text.size()]);
+        text.copy(copy.get(), text.size());
+        return copy;
+    };
+    auto first = make("one");
+    auto second = make(std::string_view("two\0three", 9));
+    second.reset();
+    first.reset();
+    earlier.reset();
+    first = make("four");
+    allocations.Stop();
+    EXPECT_THAT(allocations.ReleasedTexts(), ElementsAre("two", "one"));
+}
+
 TEST(AllocationsTest, RecordersAreNotCounted) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
     Recorder recorder;
@@ -820,6 +840,31 @@ TEST(AllocationsTest, RecordersAreNotCounted) {
     ::close(-1);
     EXPECT_EQ(allocations.Stop(), 0U);
     EXPECT_EQ(recorder.Names(), "fsync close");
+}
+
+// ---- The environment
+
+TEST(EnvironmentTest, AVariableIsSetAndRestored) {
+    Environment const outer("WFILESYSTEM_TEST", "outer");
+    {
+        Environment const inner("WFILESYSTEM_TEST", "inner");
+        EXPECT_STREQ(std::getenv("WFILESYSTEM_TEST"), "inner");
+    }
+    EXPECT_STREQ(std::getenv("WFILESYSTEM_TEST"), "outer");
+}
+
+TEST(EnvironmentTest, AVariableIsRemovedAndRestored) {
+    Environment const outer("WFILESYSTEM_TEST", "outer");
+    {
+        Environment const inner("WFILESYSTEM_TEST", std::nullopt);
+        EXPECT_EQ(std::getenv("WFILESYSTEM_TEST"), nullptr);
+    }
+    EXPECT_STREQ(std::getenv("WFILESYSTEM_TEST"), "outer");
+}
+
+TEST(EnvironmentTest, AVariableThatWasNotThereIsRemovedAgain) {
+    { Environment const variable("WFILESYSTEM_TEST", ""); }
+    EXPECT_EQ(std::getenv("WFILESYSTEM_TEST"), nullptr);
 }
 
 // ---- Processes

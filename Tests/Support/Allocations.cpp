@@ -2,7 +2,10 @@
 #include <Tests/Support/Interposition.h>
 #include <Tests/Support/Next.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
+#include <iterator>
 #include <limits>
 #include <new>
 
@@ -36,8 +39,22 @@ void* Allocate(New& next, std::size_t size) {
         throw std::bad_alloc();
     }
     // One form may call another, which is not to count again.
+    bool const isObserved = !IsUnobserved();
     Unobserved const unobserved;
-    return next(size);
+    void* const block = next(size);
+    if (isObserved) {
+        Allocations::NoteBlock(block, size);
+    }
+    return block;
+}
+
+void Release(Delete& next, void* block) noexcept {
+    bool const isObserved = !IsUnobserved();
+    Unobserved const unobserved;
+    if (isObserved) {
+        Allocations::NoteRelease(block);
+    }
+    next(block);
 }
 
 void* AllocateOrNull(New& next, std::size_t size) noexcept {
@@ -93,6 +110,27 @@ bool Allocations::CountOne() {
     return isToFail;
 }
 
+void Allocations::NoteBlock(void const* block, std::size_t size) {
+    if (observer != nullptr) {
+        observer->blocks_.emplace_back(block, size);
+    }
+}
+
+void Allocations::NoteRelease(void const* block) {
+    if (observer == nullptr) {
+        return;
+    }
+    // An address that came up twice counts as its latest block.
+    auto& blocks = observer->blocks_;
+    auto const position =
+        std::find_if(blocks.rbegin(), blocks.rend(), [block](auto const& known) { return known.first == block; });
+    if (position != blocks.rend()) {
+        auto const* const text = static_cast<char const*>(block);
+        observer->releasedTexts_.emplace_back(text, ::strnlen(text, position->second));
+        blocks.erase(std::next(position).base());
+    }
+}
+
 bool Allocations::AreObserved() {
 #ifdef WFILESYSTEM_TESTS_OPERATOR_NEW_IS_TAKEN
     return false;
@@ -122,27 +160,27 @@ void* operator new[](std::size_t size, std::nothrow_t const& /*tag*/) noexcept {
 }
 
 void operator delete(void* block) noexcept {
-    TestSupport::plainDelete(block);
+    TestSupport::Release(TestSupport::plainDelete, block);
 }
 
 void operator delete[](void* block) noexcept {
-    TestSupport::arrayDelete(block);
+    TestSupport::Release(TestSupport::arrayDelete, block);
 }
 
 void operator delete(void* block, std::size_t /*size*/) noexcept {
-    TestSupport::plainDelete(block);
+    TestSupport::Release(TestSupport::plainDelete, block);
 }
 
 void operator delete[](void* block, std::size_t /*size*/) noexcept {
-    TestSupport::arrayDelete(block);
+    TestSupport::Release(TestSupport::arrayDelete, block);
 }
 
 void operator delete(void* block, std::nothrow_t const& /*tag*/) noexcept {
-    TestSupport::plainDelete(block);
+    TestSupport::Release(TestSupport::plainDelete, block);
 }
 
 void operator delete[](void* block, std::nothrow_t const& /*tag*/) noexcept {
-    TestSupport::arrayDelete(block);
+    TestSupport::Release(TestSupport::arrayDelete, block);
 }
 
 #endif

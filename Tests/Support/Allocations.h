@@ -4,6 +4,11 @@
 /// \file
 /// \brief Counts what the code under test allocates, and makes allocations fail.
 
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace TestSupport {
 
 /// Observes `operator new` in the thread that made it, from its construction to Stop() or its end. One at a time a thread.
@@ -40,9 +45,19 @@ public:
     /// Whether an allocation was made to fail. A fault loop ends when not.
     bool HasFailed() const;
 
+    /// What each block held when it was released, up to its first NUL, in the order of release. Blocks made before the
+    /// observation are left out.
+    std::vector<std::string> const& ReleasedTexts() const { return releasedTexts_; }
+
     /// Counts an allocation of the calling thread; for `operator new`.
     /// \return whether it is to fail
     static bool CountOne();
+
+    /// Notes a block of the calling thread; for `operator new`.
+    static void NoteBlock(void const* block, std::size_t size);
+
+    /// Notes the end of a block; for `operator delete`, before the memory is given back.
+    static void NoteRelease(void const* block);
 
     /// False in programs that Clang's ThreadSanitizer instruments: there `operator new` can't be replaced, and nothing is seen.
     static bool AreObserved();
@@ -52,6 +67,8 @@ private:
     unsigned long count_ = 0;
     unsigned long firstFailing_ = 0;
     unsigned long lastFailing_ = 0;
+    std::vector<std::pair<void const*, std::size_t>> blocks_;
+    std::vector<std::string> releasedTexts_;
 };
 
 /// Skips the test, visibly, where allocations can't be observed.
