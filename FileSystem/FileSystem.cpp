@@ -28,10 +28,15 @@ WBase::ReturnWString GetCurrentWorkingDirectory() {
 }
 
 void SetCurrentWorkingDirectory(wchar_t const* path) {
-    WBase::ReturnString const narrowPath = WBase::WideCharToMultiByte(path, false);
-    if (::chdir(narrowPath.c_str()) == -1) {
-        throw MakeReport(
-            WBase::GetLastError(), L"WFileSystem::SetCurrentWorkingDirectory: ::chdir failed for '", path, L"'.");
+    int result = 0;
+    unsigned int error = 0;
+    {
+        WBase::ReturnString const narrowPath = WBase::WideCharToMultiByte(path, false);
+        result = ::chdir(narrowPath.c_str());
+        error = WBase::GetLastError();
+    }
+    if (result == -1) {
+        throw MakeReport(error, L"WFileSystem::SetCurrentWorkingDirectory: ::chdir failed for '", path, L"'.");
     }
 }
 
