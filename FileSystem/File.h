@@ -61,8 +61,8 @@ public:
     ///       the conversion failure and its text on the second line;
     ///     - "WFileSystem::File::OpenDescriptor: ::open failed for '…'.", a report;
     ///     - "WFileSystem::File::OpenDescriptor: ::open '…' and get system handle.", a report, when a standard stream
-    ///       was closed and its number, 0 to 2, came up; a file created by then stays. The call did not fail, so the
-    ///       error number is whatever it was before.
+    ///       was closed and its number, 0 to 2, came up; a file created or emptied by then stays so. The call did not
+    ///       fail, so the error number is whatever it was before.
     /// \warning Close-on-exec is set by a second call after the opening: a program that another thread starts in
     ///     between inherits the descriptor.
     /// \warning Links are followed.
@@ -273,8 +273,8 @@ public:
     /// \throws WBase::ExceptionImpl<WBase::Message> "WFileSystem::File::WriteLock: Failed to lock file #…." with the
     ///     descriptor's number, a report, for any failure; a lock held elsewhere is `EAGAIN` or `EACCES`
     /// \warning Record locks belong to the process. A second lock of the same file by any thread of this process is
-    ///     granted at once; closing any descriptor of the file, also one opened by other code, drops them all; a child
-    ///     made by `fork` does not have them.
+    ///     granted at once and replaces the first; unlocking or closing any descriptor of the file, also one opened by
+    ///     other code, drops them all; a child made by `fork` does not have them.
     /// \warning The system looks for deadlocks by process: with several threads that hold one file and wait for
     ///     another, a waiting lock can fail with `EDEADLK` although no deadlock exists. Callers that hold several files
     ///     retry it.
@@ -291,12 +291,14 @@ public:
     /// \warning As WriteLock.
     static void ReadLock(int fd, bool wait);
 
-    /// Drops whatever record lock the process has on the file. An interrupted call is repeated without limit; any other
-    /// failure is ignored.
+    /// Drops whatever record lock the process has on the file, whichever descriptor it was taken through. An interrupted
+    /// call is repeated without limit; any other failure is ignored.
     static void Unlock(int fd) noexcept;
 
     /// Holds a record lock for a scope. It does not own the descriptor, which must stay open as long.
     ///
+    /// \warning As WriteLock. Two guards of one file in a process share one lock: the latter's kind counts, and the end of
+    ///     either leaves the file unlocked, although the other still says that it is locked.
     /// \tparam lock WriteLock or ReadLock
     template <void (*lock)(int, bool)>
     class SmartLock {

@@ -14,8 +14,11 @@ namespace WFileSystem {
 ///
 /// Every operation takes the path of the file only to name it in a failure. A failure is a plain `WBase::Message` in the
 /// domain `WBase::MESSAGE_DOMAIN_SERVER` with the ID FILESYSTEM_MESSAGE_ID and the text quoted here, in which the path is
-/// made absolute; its cause is the system's error, unless "without cause" is said. Where making the path absolute fails, that
-/// failure is thrown instead. After a failure the descriptor is still open, except where closing was what failed.
+/// made absolute; its cause is the system's error, unless "without cause" is said. After a failure the descriptor is still
+/// open, except where closing was what failed.
+///
+/// \warning To make a relative path absolute needs the working directory. Where that is not UTF-8, takes 1024 bytes or more,
+///     or was removed, what GetCurrentWorkingDirectory throws replaces every failure.
 ///
 /// \par Retries
 ///     `fstat`, `stat`, `fsync`, `ftruncate`, `read`, `write` and the locks are repeated without limit while a signal
@@ -38,6 +41,7 @@ public:
     /// \throws WBase::Message "Failed to write … bytes to file '…'.": with the length of the 1 MiB chunk, when its first `write`
     ///     failed; without cause and with the number of its bytes that are missing, when a later one did
     /// \warning Data is written in place and not synced.
+    /// \warning A `write` that writes nothing is no failure: it is made again, without limit.
     static void Write(wchar_t const* path, int fd, void const* data, unsigned long n);
 
     /// Reads exactly `n` bytes, at most 1 MiB a call; no call at all where `n` is 0.
@@ -108,6 +112,7 @@ public:
     ///     names nothing is no failure.
     /// \return true: it does; false: it does not, or that could not be found out
     /// \throws WBase::StringConversionException the path can't be converted
+    /// \throws what GetCurrentWorkingDirectory throws, for the report on a relative path
     static bool DoesPathMatchFileHandle(wchar_t const* path, int fd, WBase::Message* out);
 
     /// Takes the exclusive record lock on the whole file, however it grows.
@@ -132,7 +137,8 @@ public:
     /// \warning As File::WriteLock.
     static bool ReadLock(wchar_t const* path, int fd, bool dontWait);
 
-    /// Drops whatever record lock the process has on the file; failures are ignored. Descriptor -1 stands for no file.
+    /// Drops whatever record lock the process has on the file, whichever descriptor it was taken through; failures are
+    /// ignored. Descriptor -1 stands for no file.
     static void Unlock(int fd) noexcept;
 };
 

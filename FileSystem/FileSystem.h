@@ -29,11 +29,16 @@ WFILESYSTEM_EXPORT WBase::ReturnWString GetCurrentWorkingDirectory();
 /// \throws WBase::ExceptionImpl<WBase::Message> "WFileSystem::SetCurrentWorkingDirectory: ::chdir failed for '…'.", a report
 ///     with the path as given
 /// \throws WBase::StringConversionException the path can't be converted
+/// \warning Whatever uses a relative path, in any thread, starts at the new directory from then on.
+/// \par Threads
+///     Any thread.
 WFILESYSTEM_EXPORT void SetCurrentWorkingDirectory(wchar_t const* path);
 
 /// The directory for temporary files, see WBase::GetContainerPath; no separator is added or removed.
 ///
 /// \throws WBase::StringConversionException the path is not valid UTF-8
+/// \par Threads
+///     Any thread, while none changes the environment.
 WFILESYSTEM_EXPORT WBase::ReturnWString GetTemporaryPath();
 
 /// Creates an empty file with a name that was not taken a moment before. The caller deletes it.
@@ -46,10 +51,14 @@ WFILESYSTEM_EXPORT WBase::ReturnWString GetTemporaryPath();
 /// \throws WBase::ExceptionImpl<WBase::Message> "WFileSystem::CreateTemporaryFile: ::tempnam failed for '…'.", a report with
 ///     the prefix
 /// \throws WBase::ExceptionImpl<WBase::Message> what File::OpenDescriptor throws
-/// \throws WBase::StringConversionException the prefix or the name can't be converted. The system may cut a prefix of more
-///     than five bytes inside a character, so that the name is not valid UTF-8.
+/// \throws WBase::StringConversionException the prefix or the name can't be converted;
+///     nothing is created then
 /// \warning The file is named first and opened afterwards, without exclusive creation: where others can write to the directory,
 ///     a file or a link that they put there in between is opened and emptied.
+/// \warning A prefix of more than five bytes is cut after the fifth, be it inside a character. The name is then not valid UTF-8,
+///     and no file is created.
+/// \par Threads
+///     Any thread, while none changes the environment.
 WFILESYSTEM_EXPORT WBase::ReturnWString CreateTemporaryFile(wchar_t const* prefix);
 
 } // namespace WFileSystem
