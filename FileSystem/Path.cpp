@@ -87,10 +87,13 @@ private:
 class Canoniser {
 public:
     Canoniser(PathRules const& rules, std::wstring_view first, std::wstring_view second, bool isAbsolute)
-        : rules_(rules), isAbsolute_(isAbsolute),
+        : rules_(rules), isAbsolute_(isAbsolute), hasParts_(!first.empty() || !second.empty()),
           // A separator between the two, and one that is appended to a root, and the NUL.
           result_(new wchar_t[first.size() + second.size() + 3]) {
-        if (rules_.hasDrives && BeginsWithTwoEmptyParts(first, second)) {
+        // The first alone tells: a second that begins with a separator is joined to a drive or a network path only.
+        bool const isNetworkPath =
+            rules_.hasDrives && first.size() >= 2 && rules_.IsSeparator(first[0]) && rules_.IsSeparator(first[1]);
+        if (isNetworkPath) {
             emptyParts_ = 2;
             rootParts_ = 4;
         }
@@ -105,31 +108,17 @@ public:
     }
 
 private:
-    bool BeginsWithTwoEmptyParts(std::wstring_view first, std::wstring_view second) const noexcept {
-        PartReader firstParts(rules_, first);
-        PartReader secondParts(rules_, second);
-        std::wstring_view part;
-        for (int count = 0; count < 2; ++count) {
-            if (!(firstParts.Next(part) || secondParts.Next(part)) || !part.empty()) {
-                return false;
-            }
-        }
-        return true;
-    }
-
     void Append(std::wstring_view path) {
         PartReader parts(rules_, path);
         for (std::wstring_view part; parts.Next(part);) {
             if (part.empty()) {
-                // The empty parts of the root stay. To drop the others is no change, on purpose: "" stays "".
+                // The empty parts of the root stay; the others vanish.
                 if (count_ < emptyParts_) {
                     Push(part);
                 }
-            } else if (part == L".") {
-                isChanged_ = true;
             } else if (part == L"..") {
                 AppendParent(part);
-            } else {
+            } else if (part != L".") {
                 Push(part);
             }
         }
@@ -137,14 +126,13 @@ private:
 
     void AppendParent(std::wstring_view part) {
         if (isAbsolute_ && count_ == rootParts_) {
-            return; // nothing lies above the root; no change either, on purpose
+            return; // nothing lies above the root
         }
         if (count_ == 0 || rules_.separator == L'\0' || GetLast() == part || (rules_.hasDrives && GetLast().empty())) {
             Push(part);
         } else {
             size_ = count_ == 1 ? 0 : GetLastBegin() - 1;
             --count_;
-            isChanged_ = true;
         }
     }
 
@@ -167,11 +155,14 @@ private:
     std::wstring_view GetWhole() const noexcept { return std::wstring_view(result_.get(), size_); }
 
     void Finish() {
-        if (isChanged_ && count_ == 0) {
-            Push(L".");
+        if (count_ == 0) {
+            // A path that vanished as a whole; "" stays "".
+            if (hasParts_) {
+                Push(L".");
+            }
         } else if (!rules_.hasDrives) {
             bool const isRoot = count_ == 1 && size_ == 0;
-            if (isRoot && rules_.separator != L'\0') {
+            if (isRoot) {
                 result_[size_++] = rules_.separator;
             }
         } else {
@@ -185,13 +176,13 @@ private:
 
     PathRules const& rules_;
     bool isAbsolute_;
+    bool hasParts_;
     unsigned long emptyParts_ = 1;
     unsigned long rootParts_ = 1;
 
     std::unique_ptr<wchar_t[]> result_;
     std::size_t size_ = 0;
     unsigned long count_ = 0;
-    bool isChanged_ = false;
 };
 
 WBase::ReturnWString Canonise(PathRules const& rules, std::wstring_view path, bool isAbsolute) {
@@ -317,7 +308,7 @@ WBase::ReturnWString Path::GetParent(wchar_t const* path) {
             return Copy(whole.substr(0, size));
         }
     }
-    return Copy({});
+    return Copy(L"");
 }
 
 WBase::ReturnWString Path::Internalize(wchar_t const* path) {
@@ -350,7 +341,7 @@ WBase::ReturnWString Path::GetExtension(wchar_t const* path) {
     std::wstring_view const whole = path;
     std::size_t const dot = whole.rfind(L'.');
     if (dot == std::wstring_view::npos) {
-        return Copy({});
+        return Copy(L"");
     }
     std::wstring_view const extension = whole.substr(dot + 1);
     return Copy(extension.substr(0, extension.find_first_of(L"\t\n\v\f\r \u0085")));

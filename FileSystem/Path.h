@@ -33,6 +33,8 @@ public:
     /// An absolute path as it stands, and a relative one combined with the working directory.
     /// \throws what GetCurrentWorkingDirectory throws, for a relative path
     /// \warning An absolute path is not canonised: "/a/../b" stays as it is.
+    /// \warning A working directory whose path is not UTF-8, or takes 1024 bytes or more, fails every relative path. Reports
+    ///     that name an absolute path are then replaced by this failure.
     static WBase::ReturnWString ToAbsolute(wchar_t const* path);
 
     /// The second path as seen from the first, in canonical form; the second alone where it is absolute.
@@ -49,19 +51,22 @@ public:
     /// \warning A backslash separates parts, so a file whose name holds one can't be named by a combined path.
     static WBase::ReturnWString Combine(wchar_t const* first, wchar_t const* second);
 
-    /// True when the path names a directory; links are followed. A failing `stat` means false; it is not repeated.
+    /// True when the path names a directory; links are followed.
+    ///
+    /// As with the three that follow, one system call is made and not repeated after a signal. Its failure means false and
+    /// leaves `errno` as the system set it.
     /// \throws WBase::StringConversionException the path can't be converted
     static bool IsDirectory(wchar_t const* path);
 
-    /// True when the path names a regular file; otherwise as IsDirectory.
+    /// True when the path names a regular file; links are followed.
     /// \throws WBase::StringConversionException the path can't be converted
     static bool IsFile(wchar_t const* path);
 
-    /// True when the process's real user may read what the path names (`access`).
+    /// True when the process's real user may read what the path names (`access`); links are followed.
     /// \throws WBase::StringConversionException the path can't be converted
     static bool IsReadable(wchar_t const* path);
 
-    /// True when the process's real user may write what the path names (`access`).
+    /// True when the process's real user may write what the path names (`access`); links are followed.
     /// \throws WBase::StringConversionException the path can't be converted
     static bool IsWriteable(wchar_t const* path);
 
