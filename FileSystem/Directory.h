@@ -28,7 +28,8 @@ public:
     ///     that exists is such a failure, also with `createParents`. What was created by then stays.
     /// \throws WBase::StringConversionException the path can't be converted
     /// \warning What lies above is found lexically, by combining with "..": where the path leads through a link, that
-    ///     need not be where the system goes.
+    ///     need not be where the system goes. A backslash separates there, but not for the system: "a\b" creates the
+    ///     directory "a" and then one named "a\b".
     /// \warning Where the working directory can't be searched, nothing above a relative path is found. The climb ends
     ///     at `PATH_MAX` characters, and the failure names a path like "../../..".
     static void Create(wchar_t const* path, bool createParents);
@@ -55,6 +56,8 @@ public:
     /// \warning Entries whose names begin with a dot stay, and so the directory stays after the rest has gone.
     /// \warning `*`, `?` and `[` in the path are taken for a pattern: for a directory "[ab]" the directories "a" and
     ///     "b" are emptied. A backslash is taken for a separator.
+    /// \warning ".." in the path cancels the name before it, also when that is a link: another directory than the system
+    ///     would find is emptied.
     /// \warning For "" and "." the working directory is emptied.
     /// \warning Entries whose names are not UTF-8 stay.
     static bool DeleteRecursively(wchar_t const* path, WBase::Message* report);
