@@ -131,15 +131,8 @@ protected:
     }
 };
 
-struct KindNames {
-    template <class Kind>
-    static std::string GetName(int) {
-        return Kind::Name();
-    }
-};
-
 using Kinds = ::testing::Types<Reading, Writing>;
-TYPED_TEST_SUITE(SmartLockTest, Kinds, KindNames);
+TYPED_TEST_SUITE(SmartLockTest, Kinds);
 
 TYPED_TEST(SmartLockTest, AGuardOfNothingTouchesNoFile) {
     typename TypeParam::Waiting guard;

@@ -770,6 +770,16 @@ TEST(AllocationsTest, AllocationsOfTheStandardLibraryAreCounted) {
     EXPECT_GT(allocations.Stop(), 0U);
 }
 
+TEST(AllocationsTest, TheBytesOfAllocationsAreCounted) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    Allocations allocations;
+    ::operator delete(::operator new(100));
+    ::operator delete[](::operator new[](8, std::nothrow), std::nothrow);
+    allocations.Stop();
+    ::operator delete(::operator new(1));
+    EXPECT_EQ(allocations.GetBytes(), 108U);
+}
+
 TEST(AllocationsTest, OtherThreadsAreNotCounted) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
     std::atomic<bool> isStarted{false};

@@ -35,7 +35,7 @@ Delete plainDelete("_ZdlPv");
 Delete arrayDelete("_ZdaPv");
 
 void* Allocate(New& next, std::size_t size) {
-    if (Allocations::CountOne()) {
+    if (Allocations::CountOne(size)) {
         throw std::bad_alloc();
     }
     // One form may call another, which is not to count again.
@@ -96,15 +96,20 @@ unsigned long Allocations::GetCount() const {
     return count_;
 }
 
+unsigned long Allocations::GetBytes() const {
+    return bytes_;
+}
+
 bool Allocations::HasFailed() const {
     return hasFailed_;
 }
 
-bool Allocations::CountOne() {
+bool Allocations::CountOne(unsigned long size) {
     if (observer == nullptr || IsUnobserved()) {
         return false;
     }
     unsigned long const n = ++observer->count_;
+    observer->bytes_ += size;
     bool const isToFail = n >= observer->firstFailing_ && n <= observer->lastFailing_;
     observer->hasFailed_ = observer->hasFailed_ || isToFail;
     return isToFail;

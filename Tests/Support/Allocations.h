@@ -42,6 +42,9 @@ public:
     /// How many allocations there were, with those that failed.
     unsigned long GetCount() const;
 
+    /// How many bytes they asked for in all; what was freed again is not subtracted.
+    unsigned long GetBytes() const;
+
     /// Whether an allocation was made to fail. A fault loop ends when not.
     bool HasFailed() const;
 
@@ -49,9 +52,9 @@ public:
     /// observation are left out.
     std::vector<std::string> const& ReleasedTexts() const { return releasedTexts_; }
 
-    /// Counts an allocation of the calling thread; for `operator new`.
+    /// Counts an allocation of so many bytes in the calling thread; for `operator new`.
     /// \return whether it is to fail
-    static bool CountOne();
+    static bool CountOne(unsigned long size);
 
     /// Notes a block of the calling thread; for `operator new`.
     static void NoteBlock(void const* block, std::size_t size);
@@ -65,6 +68,7 @@ public:
 private:
     bool hasFailed_ = false;
     unsigned long count_ = 0;
+    unsigned long bytes_ = 0;
     unsigned long firstFailing_ = 0;
     unsigned long lastFailing_ = 0;
     std::vector<std::pair<void const*, std::size_t>> blocks_;
