@@ -33,7 +33,7 @@ WBase::ReturnPtrI<InprocessFileLocker> ModuleMain::GetInprocessFileLocker(wchar_
     if (position == registry_.end() || id < position->first) {
         auto locker = std::make_unique<InprocessFileLocker>(id, this);
         position = registry_.emplace_hint(position, id, locker.get());
-        locker.release();
+        static_cast<void>(locker.release()); // it owns itself from now on
     }
     position->second->AddRef();
     return WBase::ReturnPtrI<InprocessFileLocker>(position->second);
