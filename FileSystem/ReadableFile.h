@@ -104,7 +104,8 @@ public:
 ///     - "WFileSystem::ReadableFileImpl::ReadableFileImpl: Can't open '…'." with the ID -1 and "No WFileSystem::Initializer lives."
 ///       on the second line
 /// \throws WBase::StringConversionException the path can't be converted
-/// \warning When the descriptor's flags can't be read, the descriptor stays open.
+/// \warning When the descriptor's flags can't be read, or the wait for the other file objects fails, the descriptor
+///     stays open. After such a wait the in-process lock is released although it was never obtained.
 /// \warning Closing the file drops all record locks that the process has on it, also those of other descriptors.
 /// \par Threads
 ///     Any thread.
