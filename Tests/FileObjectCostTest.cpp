@@ -11,11 +11,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -143,14 +141,12 @@ TYPED_TEST(FileObjectCostTest, AnOperationMakesItsOwnCallsAndNoOthers) {
 
 TYPED_TEST(FileObjectCostTest, AFileObjectItsLockerAndItsEntryTakeHalfAKilobyteAtMost) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
-    std::unique_ptr<char, void (*)(void*)> const before(::getcwd(nullptr, 0), &std::free);
-    ASSERT_EQ(::chdir(this->scratch_.Path().c_str()), 0);
+    TestSupport::WorkingDirectory const directory(this->scratch_.Path());
     Allocations allocations;
     auto const file = TypeParam::Open(L"f"); // hardly any bytes for the path
     allocations.Stop();
     EXPECT_GE(allocations.GetCount(), 3U);
     EXPECT_LE(allocations.GetBytes(), 512U);
-    EXPECT_EQ(::chdir(before.get()), 0);
 }
 
 } // namespace

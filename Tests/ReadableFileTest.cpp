@@ -16,13 +16,11 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <functional>
 #include <limits.h>
 #include <memory>
 #include <new>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -295,7 +293,7 @@ TEST_F(ReadableFileTest, ThePathMayBeAsLongAsTheSystemAllows) {
     std::string path = scratch_.Path();
     while (path.size() + 202 < PATH_MAX - 1) {
         path += '/' + std::string(200, 'd');
-        ASSERT_EQ(::mkdir(path.c_str(), 0700), 0);
+        TestSupport::MakeDirectory(path);
     }
     path += '/' + std::string(PATH_MAX - 1 - path.size() - 1, 'f');
     TestSupport::WriteFile(path, "far away");
@@ -327,19 +325,8 @@ TEST_F(ReadableFileTest, ADirectoryCanBeOpenedButNotRead) {
     EXPECT_WRAPPED(file->Read(&byte, 1), L"Failed to read 1 bytes from file '" + path + L"'.", EISDIR);
 }
 
-/// A relative path starts at the working directory, which such a test sets and resets.
-class ReadableFileInDirectoryTest : public ReadableFileTest {
-protected:
-    ReadableFileInDirectoryTest() : before_(::getcwd(nullptr, 0), &std::free) { Enter(scratch_.Path()); }
-    ~ReadableFileInDirectoryTest() override { Enter(before_.get()); }
-
-    static void Enter(std::string const& directory) { ASSERT_EQ(::chdir(directory.c_str()), 0); }
-
-private:
-    std::unique_ptr<char, void (*)(void*)> before_;
-};
-
-TEST_F(ReadableFileInDirectoryTest, TheFailuresOfOperationsNameTheAbsolutePath) {
+TEST_F(ReadableFileTest, TheFailuresOfOperationsNameTheAbsolutePath) {
+    TestSupport::WorkingDirectory const directory(scratch_.Path());
     auto const file = OpenReadableFile(L"./data");
     EXPECT_STREQ(file->GetPath(), L"./data");
     char bytes[12];
@@ -347,10 +334,9 @@ TEST_F(ReadableFileInDirectoryTest, TheFailuresOfOperationsNameTheAbsolutePath) 
         file->Read(bytes, sizeof bytes), L"Failed to read 1 bytes from file '" + scratch_.Wide("data") + L"'.");
 }
 
-TEST_F(ReadableFileInDirectoryTest, ADirectoryWhoseNameIsNoTextChangesTheReportsOfOperationsOnly) {
-    std::string const directory = scratch_ / "\xFF";
-    ASSERT_EQ(::mkdir(directory.c_str(), 0700), 0);
-    Enter(directory);
+TEST_F(ReadableFileTest, ADirectoryWhoseNameIsNoTextChangesTheReportsOfOperationsOnly) {
+    TestSupport::MakeDirectory(scratch_ / "\xFF");
+    TestSupport::WorkingDirectory const directory(scratch_ / "\xFF");
     TestSupport::WriteFile("data", "");
     auto const file = OpenReadableFile(L"data");
     EXPECT_TRUE(file->IsAccessibleViaPath(nullptr));
@@ -359,10 +345,11 @@ TEST_F(ReadableFileInDirectoryTest, ADirectoryWhoseNameIsNoTextChangesTheReports
     EXPECT_REPORT(OpenReadableFile(L"x"), CONSTRUCTOR + std::wstring(L": ::open failed for 'x'."), ENOENT);
 }
 
-TEST_F(ReadableFileInDirectoryTest, ARelativePathIsSoughtInTheWorkingDirectoryOfTheMoment) {
+TEST_F(ReadableFileTest, ARelativePathIsSoughtInTheWorkingDirectoryOfTheMoment) {
+    TestSupport::WorkingDirectory const directory(scratch_.Path());
     auto const file = OpenReadableFile(L"data");
-    ASSERT_EQ(::mkdir("inner", 0700), 0);
-    Enter("inner");
+    TestSupport::MakeDirectory("inner");
+    TestSupport::WorkingDirectory const inner("inner");
     EXPECT_FALSE(file->IsAccessibleViaPath(nullptr));
     EXPECT_EQ(file->GetSize(), 11);
 }

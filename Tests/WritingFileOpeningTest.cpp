@@ -3,6 +3,7 @@
 #include <Tests/Support/Allocations.h>
 #include <Tests/Support/Child.h>
 #include <Tests/Support/Descriptors.h>
+#include <Tests/Support/Environment.h>
 #include <Tests/Support/Messages.h>
 #include <Tests/Support/RecordLocks.h>
 #include <Tests/Support/Recorder.h>
@@ -13,7 +14,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
 #include <memory>
 #include <new>
@@ -33,10 +33,9 @@ class WritingFileOpeningTest : public WritingFiles::Test<Kind> {
 protected:
     /// The module reads the environment when it is made.
     void MakeModuleWithFileMode(char const* mode) {
+        TestSupport::Environment const environment("VUSK_FILE_MODE", mode);
         this->initializer_.reset();
-        ::setenv("VUSK_FILE_MODE", mode, 1);
         this->initializer_.emplace();
-        ::unsetenv("VUSK_FILE_MODE");
     }
 
     std::string OpenCall(std::string const& path, char const* mode = "0664") const {

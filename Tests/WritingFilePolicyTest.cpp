@@ -15,7 +15,6 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -227,15 +226,12 @@ TYPED_TEST(WritingFilePolicyTest, DeleteDeletesWhateverHasTheNameByThen) {
 }
 
 TYPED_TEST(WritingFilePolicyTest, DeleteSeeksARelativePathInTheWorkingDirectoryOfTheMoment) {
-    std::unique_ptr<char, void (*)(void*)> const before(::getcwd(nullptr, 0), &std::free);
-    ASSERT_EQ(::mkdir((this->scratch_ / "other").c_str(), 0700), 0);
+    TestSupport::MakeDirectory(this->scratch_ / "other");
     TestSupport::WriteFile(this->scratch_ / "other/data", "");
-    ASSERT_EQ(::chdir(this->scratch_.Path().c_str()), 0);
-    {
-        auto const file = TypeParam::Open(L"data", DELETE_FILE);
-        ASSERT_EQ(::chdir("other"), 0);
-    }
-    ASSERT_EQ(::chdir(before.get()), 0);
+    TestSupport::WorkingDirectory const directory(this->scratch_.Path());
+    auto file = TypeParam::Open(L"data", DELETE_FILE);
+    TestSupport::WorkingDirectory const other(this->scratch_ / "other");
+    file.reset();
     EXPECT_TRUE(TestSupport::Exists(this->path_));
     EXPECT_FALSE(TestSupport::Exists(this->scratch_ / "other/data"));
 }
