@@ -462,7 +462,11 @@ std::vector<Operation> Operations() {
 
 TEST_F(FileImplTest, EachFailureNamesTheAbsolutePath) {
     TestSupport::WorkingDirectory const inside(scratch_.Path());
-    std::vector<std::pair<std::wstring, std::wstring>> const rows = {
+    struct Row {
+        std::wstring path;
+        std::wstring absolute;
+    };
+    std::vector<Row> const rows = {
         {L"data/x.bin", scratch_.Wide("data/x.bin")},
         {L"./a/../%1", scratch_.Wide("%1")},
         {L"/a/../%1/%2", L"/a/../%1/%2"},
@@ -471,38 +475,38 @@ TEST_F(FileImplTest, EachFailureNamesTheAbsolutePath) {
         {std::wstring(1, SURROGATE), scratch_.Wide() + L'/' + SURROGATE},
         {L'/' + std::wstring(5000, L'x'), L'/' + std::wstring(5000, L'x')},
     };
-    for (auto const& [path, absolute] : rows) {
-        for (auto const& [failure, call, run] : Operations()) {
+    for (Row const& row : rows) {
+        for (Operation const& operation : Operations()) {
             Recorder recorder;
-            recorder.On(call).FailWithoutCalling(EIO);
-            EXPECT_WRAPPED(run(path.c_str(), fd_), failure + absolute + L"'.", EIO);
+            recorder.On(operation.call).FailWithoutCalling(EIO);
+            EXPECT_WRAPPED(operation.run(row.path.c_str(), fd_), operation.failure + row.absolute + L"'.", EIO);
         }
     }
 }
 
 TEST_F(FileImplTest, EachFailureLeavesTheDescriptorOpen) {
     TestSupport::DescriptorCheck const check;
-    for (auto const& [failure, call, run] : Operations()) {
+    for (Operation const& operation : Operations()) {
         Recorder recorder;
-        recorder.On(call).FailWithoutCalling(EIO);
-        EXPECT_THROW(run(L"/f", fd_), WBase::Message);
-        EXPECT_EQ(recorder.Count("close"), call == "close" ? 1U : 0U);
+        recorder.On(operation.call).FailWithoutCalling(EIO);
+        EXPECT_THROW(operation.run(L"/f", fd_), WBase::Message);
+        EXPECT_EQ(recorder.Count("close"), operation.call == "close" ? 1U : 0U);
     }
 }
 
 TEST_F(FileImplTest, EachErrorIsThatOfTheCallNotOfTheWorkingDirectory) {
     TestSupport::WorkingDirectory const inside(scratch_.Path());
-    for (auto const& [failure, call, run] : Operations()) {
+    for (Operation const& operation : Operations()) {
         Recorder recorder;
-        recorder.On(call).FailWithoutCalling(EIO);
+        recorder.On(operation.call).FailWithoutCalling(EIO);
         recorder.On("getcwd").After([](Call&) { errno = ERANGE; });
-        EXPECT_WRAPPED(run(L"f", fd_), failure + scratch_.Wide("f") + L"'.", EIO);
+        EXPECT_WRAPPED(operation.run(L"f", fd_), operation.failure + scratch_.Wide("f") + L"'.", EIO);
     }
 }
 
 TEST_F(FileImplTest, AnUnknownWorkingDirectoryReplacesEachFailureOfARelativePath) {
     std::wstring const failure = L"WFileSystem::GetCurrentWorkingDirectory: ::getcwd failed.";
-    for (auto const& operation : Operations()) {
+    for (Operation const& operation : Operations()) {
         Recorder recorder;
         recorder.On(operation.call).FailWithoutCalling(EIO);
         recorder.On("getcwd").Fail(ENOENT);
@@ -518,7 +522,7 @@ TEST_F(FileImplTest, AnUnknownWorkingDirectoryReplacesEachFailureOfARelativePath
 TEST_F(FileImplTest, AnUndecodableWorkingDirectoryReplacesEachFailureOfARelativePath) {
     TestSupport::MakeDirectory(scratch_ / "a\xFF");
     TestSupport::WorkingDirectory const inside(scratch_ / "a\xFF");
-    for (auto const& operation : Operations()) {
+    for (Operation const& operation : Operations()) {
         Recorder recorder;
         recorder.On(operation.call).FailWithoutCalling(EIO);
         EXPECT_THROW(operation.run(L"f", fd_), WBase::StringConversionException);

@@ -189,7 +189,11 @@ TEST_F(WorkingDirectoryTest, AChangeCountsForAllThreads) {
 TEST_F(WorkingDirectoryTest, AFailedChangeIsReportedWithThePathAsItWasGiven) {
     WorkingDirectory const inside(scratch_.Path());
     WriteFile(scratch_ / "file", "");
-    std::vector<std::pair<std::wstring, int>> const rows = {
+    struct Row {
+        std::wstring path;
+        int error;
+    };
+    std::vector<Row> const rows = {
         {L"missing", ENOENT},
         {L"./a/../missing", ENOENT},
         {L"", ENOENT},
@@ -198,8 +202,8 @@ TEST_F(WorkingDirectoryTest, AFailedChangeIsReportedWithThePathAsItWasGiven) {
         {std::wstring(NAME_MAX + 1, L'x'), ENAMETOOLONG},
         {std::wstring(PATH_MAX, L'/'), ENAMETOOLONG},
     };
-    for (auto const& [path, error] : rows) {
-        EXPECT_REPORT(SetCurrentWorkingDirectory(path.c_str()), SetFailure(path), error);
+    for (Row const& row : rows) {
+        EXPECT_REPORT(SetCurrentWorkingDirectory(row.path.c_str()), SetFailure(row.path), row.error);
     }
     EXPECT_EQ(Get(), scratch_.Wide());
 }

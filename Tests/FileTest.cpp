@@ -335,7 +335,11 @@ TEST_F(FileTest, AFailedOpenIsReportedWithItsErrorAndLeavesNothingOpen) {
 
 TEST_F(FileTest, PathsStandInReportsAsTheyWereGiven) {
     std::string const longest = PathOfLength(PATH_MAX, "x"); // one byte too many, with the NUL
-    std::vector<std::pair<std::wstring, int>> const rows = {
+    struct Row {
+        std::wstring path;
+        int error;
+    };
+    std::vector<Row> const rows = {
         {L"no/such/file", ENOENT},
         {L"./no/../no//such", ENOENT},
         {L"", ENOENT},
@@ -346,9 +350,9 @@ TEST_F(FileTest, PathsStandInReportsAsTheyWereGiven) {
         {TestSupport::Widen(longest), ENAMETOOLONG},
         {std::wstring(5000, L'x'), ENAMETOOLONG},
     };
-    for (auto const& [path, error] : rows) {
-        EXPECT_REPORT(OpenDescriptor(path), OpenFailure(path), error);
-        EXPECT_REPORT(OpenStream(path), StreamFailure(path), error);
+    for (Row const& row : rows) {
+        EXPECT_REPORT(OpenDescriptor(row.path), OpenFailure(row.path), row.error);
+        EXPECT_REPORT(OpenStream(row.path), StreamFailure(row.path), row.error);
     }
 }
 

@@ -67,8 +67,15 @@ protected:
     std::string const unlock_ = Show(fd_, UNLOCK);
 };
 
+struct GuardNames {
+    template <class Kind>
+    static std::string GetName(int) {
+        return Kind::SEEN;
+    }
+};
+
 using GuardKinds = testing::Types<WriteGuard, ReadGuard>;
-TYPED_TEST_SUITE(RecordLockGuardTest, GuardKinds);
+TYPED_TEST_SUITE(RecordLockGuardTest, GuardKinds, GuardNames);
 
 static_assert(!std::is_polymorphic_v<File::WriteSmartLock> && !std::is_polymorphic_v<File::ReadSmartLock>);
 static_assert(std::is_standard_layout_v<File::WriteSmartLock> && sizeof(File::WriteSmartLock) == 2 * sizeof(int));

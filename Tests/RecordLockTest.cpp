@@ -239,7 +239,11 @@ TEST_F(RecordLockTest, AFileImplLockSucceedsWithZeroOnly) {
 
 TEST_F(RecordLockTest, AFileImplLockNamesTheAbsolutePath) {
     TestSupport::WorkingDirectory const inside(scratch_.Path());
-    std::vector<std::pair<std::wstring, std::wstring>> const rows = {
+    struct Row {
+        std::wstring path;
+        std::wstring absolute;
+    };
+    std::vector<Row> const rows = {
         {L"data/x.bin", scratch_.Wide("data/x.bin")},
         {L"./a/../%1", scratch_.Wide("%1")},
         {L"/a/../%1", L"/a/../%1"},
@@ -247,10 +251,10 @@ TEST_F(RecordLockTest, AFileImplLockNamesTheAbsolutePath) {
         {L"", scratch_.Wide()},
         {std::wstring(1, SURROGATE), scratch_.Wide() + L'/' + SURROGATE},
     };
-    for (auto const& [path, absolute] : rows) {
-        EXPECT_WRAPPED(
-            FileImpl::WriteLock(path.c_str(), -1, false), L"Failed to lock file '" + absolute + L"'.", EBADF);
-        EXPECT_WRAPPED(FileImpl::ReadLock(path.c_str(), -1, true), L"Failed to lock file '" + absolute + L"'.", EBADF);
+    for (Row const& row : rows) {
+        std::wstring const failure = L"Failed to lock file '" + row.absolute + L"'.";
+        EXPECT_WRAPPED(FileImpl::WriteLock(row.path.c_str(), -1, false), failure, EBADF);
+        EXPECT_WRAPPED(FileImpl::ReadLock(row.path.c_str(), -1, true), failure, EBADF);
     }
 }
 
