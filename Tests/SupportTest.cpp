@@ -824,21 +824,23 @@ TEST(AllocationsTest, WithoutAFailureNoneIsReported) {
 
 TEST(AllocationsTest, ReleasedTextsStandInTheOrderOfTheReleases) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
-    auto earlier = std::make_unique<char>('e');
-    Allocations allocations;
+    // As in AllocateAndFree, nothing of this can be optimised away.
     auto const make = [](std::string_view text) {
-        std::unique_ptr<char[]> copy(new char[text.size()]);
-        text.copy(copy.get(), text.size());
-        return copy;
+        void* const block = ::operator new(text.size());
+        std::memcpy(block, text.data(), text.size());
+        return block;
     };
-    auto first = make("one");
-    auto second = make(std::string_view("two\0three", 9));
-    second.reset();
-    first.reset();
-    earlier.reset();
-    first = make("four");
+    void* const earlier = make("earlier");
+    Allocations allocations;
+    void* const first = make("one");
+    void* const second = make(std::string_view("two\0three", 9));
+    ::operator delete(second);
+    ::operator delete(first);
+    ::operator delete(earlier);
+    void* const unreleased = make("four");
     allocations.Stop();
     EXPECT_THAT(allocations.ReleasedTexts(), ElementsAre("two", "one"));
+    ::operator delete(unreleased);
 }
 
 TEST(AllocationsTest, RecordersAreNotCounted) {
