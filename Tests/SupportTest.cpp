@@ -12,6 +12,7 @@
 #include <Tests/Support/Recorder.h>
 #include <Tests/Support/ScratchDirectory.h>
 #include <Tests/Support/Text.h>
+#include <Tests/Support/VirtualSlots.h>
 #include <Tests/Support/Waiting.h>
 
 #include <gmock/gmock.h>
@@ -234,6 +235,8 @@ TEST_F(RecorderTest, ThreadCallsAreRecordedOnDemand) {
                           "pthread_cond_signal "
                           "pthread_mutex_unlock pthread_cond_destroy pthread_mutex_destroy");
     EXPECT_EQ(recorder.Find("pthread_cond_timedwait").error, ETIMEDOUT);
+    EXPECT_EQ(recorder.Calls()[0], "pthread_mutex_init(null)");
+    EXPECT_EQ(recorder.Calls()[1], "pthread_cond_init(null)");
 }
 
 TEST_F(RecorderTest, OnlyTheWantedFunctionsAreRecorded) {
@@ -742,6 +745,20 @@ TEST_F(RecorderTest, EveryFunctionFailsInItsOwnWay) {
     EXPECT_EQ(::glob("", 0, nullptr, &matches), GLOB_NOSPACE);
 }
 
+TEST_F(RecorderTest, ARuleCanSayHowMuchOfASleepIsLeft) {
+    timespec const wanted = {10, 0};
+    timespec left = {};
+    Recorder recorder;
+    recorder.On("nanosleep").Instead([](Call const& call) -> long {
+        *static_cast<timespec*>(call.data) = {9, 8};
+        errno = EINTR;
+        return -1;
+    });
+    EXPECT_EQ(::nanosleep(&wanted, &left), -1);
+    EXPECT_EQ(left.tv_sec, 9);
+    EXPECT_EQ(left.tv_nsec, 8);
+}
+
 // ---- Allocations
 
 // Called like this, an allocation can't be optimised away.
@@ -1226,6 +1243,11 @@ TEST(MessagesTest, ReportsAreRecognised) {
     EXPECT_FAILURE(EXPECT_REPORT(throw MakeWrapped(EIO), L"Failed to do '\u00E4'.", EIO), "domain");
 }
 
+TEST(MessagesTest, ReportsWithoutAnErrorAreRecognised) {
+    EXPECT_REPORT_NO_ERROR(throw WBase::ExceptionImpl<WBase::Message>("F."), L"F.");
+    EXPECT_NONFATAL_FAILURE(EXPECT_REPORT_NO_ERROR(ThrowReport(L"F.", EIO), L"F."), "ID 5");
+}
+
 TEST(MessagesTest, WrappedMessagesAreRecognised) {
     EXPECT_WRAPPED(throw MakeWrapped(EIO), L"Failed to do '\u00E4'.", EIO);
     EXPECT_FAILURE(
@@ -1251,6 +1273,35 @@ TEST(MessagesTest, DomainIDAndExactTypeCount) {
     EXPECT_TRUE(Matches(WBase::Message(WBase::MESSAGE_DOMAIN_SERVER, 0x12345678, "F."), WrappedWithoutCause(L"F.")));
     WBase::StringConversionException const derived(WBase::MESSAGE_DOMAIN_SERVER, 0x12345678, "F.");
     EXPECT_FALSE(Matches(derived, WrappedWithoutCause(L"F.")));
+}
+
+// ---- Virtual functions
+
+struct Virtual {
+    virtual ~Virtual() = default;
+    virtual int First() = 0;
+    virtual void Second() = 0;
+    virtual void Third(int) const = 0;
+};
+
+struct Overriding : Virtual {
+    int First() override { return 1; }
+    void Second() override { ++calls; }
+    void Third(int) const override {}
+
+    int calls = 0;
+};
+
+TEST(VirtualSlotsTest, FunctionsStandInTheOrderOfTheirDeclarations) {
+    EXPECT_EQ(SlotOf(&Virtual::First), 2U);
+    EXPECT_EQ(SlotOf(&Virtual::Second), 3U);
+    EXPECT_EQ(SlotOf(&Virtual::Third), 4U);
+}
+
+TEST(VirtualSlotsTest, AFunctionIsCalledByItsSlot) {
+    Overriding object;
+    CallSlot<Virtual>(&object, 3);
+    EXPECT_EQ(object.calls, 1);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 ///
 /// \code
 /// EXPECT_REPORT(File::Seek(fd, 0), L"WFileSystem::File::Seek: ::lseek failed.", EBADF);
+/// EXPECT_REPORT_NO_ERROR(semaphore.ReleaseResource(), L"WSynch::InprocessSemaphore::ReleaseResource: exceeded the maximum.");
 /// EXPECT_WRAPPED(FileImpl::Flush(L"/x", fd), L"Failed to flush file '/x'.", EIO);
 /// EXPECT_WRAPPED_NO_CAUSE(FileImpl::Read(L"/x", fd, data, 10), L"Failed to read 6 bytes from file '/x'.");
 /// \endcode
@@ -38,6 +39,11 @@ inline ExpectedMessage Report(std::wstring const& firstLine, int error) {
     return {
         &typeid(WBase::ExceptionImpl<WBase::Message>), WBase::MESSAGE_DOMAIN_UNKNOWN, error,
         firstLine + L'\n' + ErrorDescription(error)};
+}
+
+/// A report without a system error: the ID is -1.
+inline ExpectedMessage ReportWithoutError(std::wstring const& text) {
+    return {&typeid(WBase::ExceptionImpl<WBase::Message>), WBase::MESSAGE_DOMAIN_UNKNOWN, -1, text};
 }
 
 /// A wrapped message without a cause: a plain Message with the library's one ID.
@@ -94,6 +100,10 @@ template <class Code>
 /// The statement throws a system-call report with this first line and error number.
 #define EXPECT_REPORT(statement, firstLine, error)                                                                     \
     WFILESYSTEM_EXPECT_MESSAGE(statement, ::TestSupport::Report(firstLine, error))
+
+/// The statement throws a report of this text alone, with the ID -1.
+#define EXPECT_REPORT_NO_ERROR(statement, text)                                                                        \
+    WFILESYSTEM_EXPECT_MESSAGE(statement, ::TestSupport::ReportWithoutError(text))
 
 /// The statement throws a wrapped errno message with this first line and error number.
 #define EXPECT_WRAPPED(statement, firstLine, error)                                                                    \

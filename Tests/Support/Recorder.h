@@ -57,7 +57,8 @@ struct Call {
     unsigned int owner = 0;     ///< of `chown`
     unsigned int group = 0;     ///< of `chown`
     timespec deadline = {};     ///< of `pthread_cond_timedwait`
-    void* data = nullptr; ///< what the call reads or fills: the buffer, `struct stat`, lock record, `timeval`, mutex...
+    /// What the call reads or fills: the buffer, `struct stat`, lock record, `timeval`, mutex, the time left to sleep...
+    void* data = nullptr;
     FILE* stream = nullptr; ///< of the stream functions
     std::string details;    ///< the arguments but for the descriptor, as they are shown
     long result = 0;        ///< pointers as numbers; 0 for functions without a result

@@ -66,6 +66,14 @@ auto Unnamed(Object* object) {
     return [object](Call& call) { call.data = object; };
 }
 
+template <class Object>
+auto WithAttributes(Object* object, void const* attributes) {
+    return [=](Call& call) {
+        call.data = object;
+        call.details = attributes == nullptr ? "null" : "attributes";
+    };
+}
+
 } // namespace
 
 // The labels let the definitions do without the attributes and exception specifications of the system's declarations.
@@ -448,6 +456,7 @@ INTERPOSE(int, nanosleep, timespec const* time, timespec* left) {
     return Observe<int>(
         "nanosleep", FailsWith::MINUS_ONE,
         [&](Call& call) {
+            call.data = left;
             call.details = TimeText(*time);
             if (left != nullptr) {
                 *left = *time; // stays when a rule lets the call fail
@@ -460,6 +469,7 @@ INTERPOSE(int, clock_nanosleep, clockid_t clock, int flags, timespec const* time
     return Observe<int>(
         "clock_nanosleep", FailsWith::ERROR_NUMBER,
         [&](Call& call) {
+            call.data = left;
             call.flags = flags;
             call.details = std::to_string(clock) + ", " + std::to_string(flags) + ", " + TimeText(*time);
             if (left != nullptr) {
@@ -478,9 +488,9 @@ INTERPOSE(int, gettimeofday, timeval* time, void* zone) {
 // Mutexes and condition variables
 
 INTERPOSE(int, pthread_mutex_init, pthread_mutex_t* mutex, pthread_mutexattr_t const* attributes) {
-    return Observe<int>("pthread_mutex_init", FailsWith::ERROR_NUMBER, Unnamed(mutex), [&](unsigned long) {
-        return next_pthread_mutex_init(mutex, attributes);
-    });
+    return Observe<int>(
+        "pthread_mutex_init", FailsWith::ERROR_NUMBER, WithAttributes(mutex, attributes),
+        [&](unsigned long) { return next_pthread_mutex_init(mutex, attributes); });
 }
 
 INTERPOSE(int, pthread_mutex_lock, pthread_mutex_t* mutex) {
@@ -502,9 +512,9 @@ INTERPOSE(int, pthread_mutex_destroy, pthread_mutex_t* mutex) {
 }
 
 INTERPOSE(int, pthread_cond_init, pthread_cond_t* condition, pthread_condattr_t const* attributes) {
-    return Observe<int>("pthread_cond_init", FailsWith::ERROR_NUMBER, Unnamed(condition), [&](unsigned long) {
-        return next_pthread_cond_init(condition, attributes);
-    });
+    return Observe<int>(
+        "pthread_cond_init", FailsWith::ERROR_NUMBER, WithAttributes(condition, attributes),
+        [&](unsigned long) { return next_pthread_cond_init(condition, attributes); });
 }
 
 INTERPOSE(int, pthread_cond_wait, pthread_cond_t* condition, pthread_mutex_t* mutex) {
