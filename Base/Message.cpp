@@ -52,7 +52,7 @@ std::optional<std::wstring> DecodeText(char const* text) {
 
 class Message::Content {
 public:
-    std::vector<Link> chain;
+    std::vector<Link> chain; // outermost first; not empty once the content is in place
     std::wstring rendered;
     std::string renderedNarrow;
 
@@ -162,11 +162,10 @@ Message& Message::operator<<(char const* argument) {
 }
 
 Message& Message::operator<<(wchar_t const* argument) {
-    return Change([&](std::vector<Link>& chain) {
-        if (!chain.empty()) {
-            chain.front().Fill(argument ? argument : L"");
-        }
-    });
+    if (!content_) {
+        return *this; // an empty message has no placeholder, and stays empty
+    }
+    return Change([&](std::vector<Link>& chain) { chain.front().Fill(argument ? argument : L""); });
 }
 
 Message& Message::operator<<(unsigned long argument) {
