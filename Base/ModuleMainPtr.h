@@ -7,6 +7,7 @@
 // The one step upwards in the order of folders: the atomic cell itself stands on nothing.
 #include <Synch/Atomic.h>
 
+#include <atomic>
 #include <unistd.h>
 
 namespace WBase {
@@ -31,7 +32,7 @@ public:
     void Initialize() {
         BusyWord const busy(busy_);
         if (count_ == 0) {
-            pointer_ = new Implementation();
+            pointer_.store(new Implementation(), std::memory_order_release);
         }
         ++count_;
     }
@@ -43,13 +44,15 @@ public:
     void Finalize() noexcept {
         BusyWord const busy(busy_);
         if (count_-- == 1) {
-            delete pointer_;
-            pointer_ = nullptr;
+            delete pointer_.load(std::memory_order_relaxed);
+            pointer_.store(nullptr, std::memory_order_relaxed);
         }
     }
 
     /// The module object, or null when there is none. It stays as long as one user is counted.
-    Interface* Get() const noexcept { return pointer_; }
+    /// \par Threads
+    ///     Any thread, also while another one is inside Initialize or Finalize.
+    Interface* Get() const noexcept { return pointer_.load(std::memory_order_acquire); }
 
 private:
     /// Holds the busy word for a scope.
@@ -72,7 +75,7 @@ private:
 
     WSynch::AtomicLong busy_{0};
     unsigned int count_ = 0;
-    Implementation* pointer_ = nullptr;
+    std::atomic<Implementation*> pointer_{nullptr};
 };
 
 } // namespace WBase
