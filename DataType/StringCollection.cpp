@@ -8,7 +8,7 @@ namespace {
 
 class StringCollectionImpl final : public StringCollection {
 public:
-    void Append(wchar_t const* text) override { strings_.emplace_back(text); }
+    void Append(wchar_t const* text) override { strings_.emplace_back(text != nullptr ? text : L""); }
     unsigned long GetCount() const override { return strings_.size(); }
     wchar_t const* GetAt(unsigned long index) const override { return strings_.at(index).c_str(); }
 

@@ -20,7 +20,7 @@ public:
     StringCollection& operator=(StringCollection const&) = delete;
     virtual ~StringCollection() = default;
 
-    /// Appends a copy of `text`.
+    /// Appends a copy of `text`. A null pointer counts as the empty string.
     /// \throws std::bad_alloc
     virtual void Append(wchar_t const* text) = 0;
 
