@@ -19,7 +19,9 @@ unsigned short ReadFileMode() {
 
 WBase::ModuleMainPtr<ModuleMain, ModuleMain> gModuleMainPtr;
 
-ModuleMain::ModuleMain() : fileMode_(ReadFileMode()) {}
+ModuleMain::ModuleMain() {
+    fileMode_ = ReadFileMode();
+}
 
 ModuleMain::~ModuleMain() {
     registry_.clear();

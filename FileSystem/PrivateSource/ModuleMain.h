@@ -34,7 +34,7 @@ public:
 
 private:
     WSynch::Initializer synchInitializer_;
-    unsigned short fileMode_;
+    unsigned short fileMode_ = 0;
     WSynch::InprocessRecursiveMutex registryMutex_;
     // The lockers own themselves through their counts.
     std::map<InprocessFileLocker::ID, InprocessFileLocker*> registry_;
