@@ -6,9 +6,8 @@
 
 #include <FileSystem/NamedPipe.h>
 
+#include <csignal>
 #include <string>
-
-#include <signal.h>
 
 namespace WFileSystem::NamedPipeUtil {
 
