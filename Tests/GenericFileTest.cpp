@@ -5,15 +5,16 @@
 #include <FileSystem/PrivateSource/UpdateableFileImpl.h>
 #include <FileSystem/PrivateSource/WriteableFileImpl.h>
 
+#include <Tests/Support/VirtualSlots.h>
+
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstring>
 #include <type_traits>
 
 namespace {
 
 using namespace WFileSystem;
+using TestSupport::SlotOf;
 
 // A base class can't be cast back to a class that has it as a virtual base.
 template <class Derived, class Base, class = void>
@@ -48,21 +49,6 @@ static_assert(sizeof(GenericFile) == sizeof(void*));
 static_assert(sizeof(ReadableFile) == sizeof(void*));
 static_assert(sizeof(WriteableFile) == sizeof(void*));
 static_assert(sizeof(UpdateableFile) == 2 * sizeof(void*));
-
-// In the Itanium ABI a pointer to a virtual function holds its distance from the start of the table, in bytes, and one bit.
-// On ARM the bit stands elsewhere.
-template <class Function>
-unsigned int SlotOf(Function function) {
-    std::ptrdiff_t words[2];
-    static_assert(sizeof function == sizeof words);
-    std::memcpy(words, &function, sizeof words);
-#if defined(__arm__) || defined(__aarch64__)
-    std::ptrdiff_t const distance = words[0];
-#else
-    std::ptrdiff_t const distance = words[0] - 1;
-#endif
-    return static_cast<unsigned int>(distance / static_cast<std::ptrdiff_t>(sizeof(void*)));
-}
 
 // The destructor has two slots: one destroys, the other frees the memory as well.
 constexpr unsigned int DESTRUCTORS = 2;

@@ -390,6 +390,30 @@ TEST_F(NamedPipeClientTest, AClientConnectsAgainAfterDisconnect) {
     }
 }
 
+TEST_F(NamedPipeClientTest, ASecondDisconnectMakesTheSameCallsAgain) {
+    auto const client = MakeClient();
+    client->Connect();
+    Recorder recorder;
+    client->Disconnect();
+    auto const calls = recorder.Calls(Recorder::DESCRIPTORS);
+    recorder.Clear();
+    EXPECT_EQ(client->Disconnect(), 0);
+    EXPECT_EQ(recorder.Calls(Recorder::DESCRIPTORS), calls);
+}
+
+TEST_F(NamedPipeClientTest, ALockFileThatIsNotOpenedAgainIsNotClosedAgainButTheFifosAre) {
+    auto const client = MakeClient();
+    client->Connect();
+    client->Disconnect();
+    ASSERT_EQ(::unlink(lockPath_.c_str()), 0);
+    EXPECT_EQ(NamedPipeErrorOf([&] { client->Connect(); }), "Can't open lock for pipe");
+    Recorder const recorder;
+    EXPECT_EQ(client->Disconnect(), 0);
+    EXPECT_EQ(recorder.Names(), "close close close");
+    EXPECT_EQ(recorder.Find("close", 1).fd, -1);
+    EXPECT_NE(recorder.Find("close", 2).fd, -1);
+}
+
 TEST_F(NamedPipeClientTest, ASecondDisconnectClosesNumbersThatBelongToOthersByThen) {
     auto const client = MakeClient();
     client->Connect();

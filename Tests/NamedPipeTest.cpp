@@ -9,6 +9,7 @@
 #include <Tests/Support/RecordLocks.h>
 #include <Tests/Support/Recorder.h>
 #include <Tests/Support/ScratchDirectory.h>
+#include <Tests/Support/VirtualSlots.h>
 #include <Tests/Support/Waiting.h>
 
 #include <gmock/gmock.h>
@@ -79,21 +80,6 @@ TEST(NamedPipeErrorTest, IsCaughtByItsTypeAlone) {
 }
 
 #ifdef __GXX_ABI_VERSION
-
-// In the Itanium ABI a pointer to a virtual function holds its distance from the start of the table, in bytes, and one bit.
-// On ARM the bit stands elsewhere.
-template <class Function>
-unsigned int SlotOf(Function function) {
-    std::ptrdiff_t words[2];
-    static_assert(sizeof function == sizeof words);
-    std::memcpy(words, &function, sizeof words);
-#if defined(__arm__) || defined(__aarch64__)
-    std::ptrdiff_t const distance = words[0];
-#else
-    std::ptrdiff_t const distance = words[0] - 1;
-#endif
-    return static_cast<unsigned int>(distance / static_cast<std::ptrdiff_t>(sizeof(void*)));
-}
 
 TEST(NamedPipeInterfaceTest, TheSlotsFollowTheTwoOfTheDestructorInTheirOrder) {
     EXPECT_EQ(SlotOf(&NamedPipe::Read), 2U);

@@ -366,7 +366,10 @@ void CountSignal(int) {
 /// One of the two writes, of the first `n` of ten bytes.
 using Transfer = int (*)(int fd, unsigned long n);
 
-class SigpipeTest : public NamedPipeUtilTest, public ::testing::WithParamInterface<Transfer> {};
+class SigpipeTest : public NamedPipeUtilTest, public ::testing::WithParamInterface<Transfer> {
+protected:
+    SigpipeTest() { arrivedSignals = 0; }
+};
 
 INSTANTIATE_TEST_SUITE_P(
     BothWrites, SigpipeTest,

@@ -209,6 +209,7 @@ TEST_F(RecorderTest, ArgumentsOfOtherCallsAreShown) {
     EXPECT_EQ(calls[3], "tempnam(\"/tmp\", \"abc\")");
     EXPECT_EQ(calls[4], "glob(\"/*\", 0)");
     EXPECT_EQ(calls[6], "sigaction(SIGPIPE, SIG_IGN)");
+    EXPECT_EQ(recorder.Find("sigaction").action.sa_handler, SIG_IGN);
     EXPECT_EQ(calls[8], "sleep(0)");
     EXPECT_EQ(calls[9], "nanosleep(0s 1ns)");
     EXPECT_EQ(calls[10], "clock_nanosleep(1, 0, 0s 1ns)");

@@ -148,7 +148,8 @@ private:
     // Without what the C library adds for itself.
     static int Flags(struct sigaction const& action) {
         constexpr int RESETHAND = static_cast<int>(SA_RESETHAND);
-        return action.sa_flags & (SA_NOCLDSTOP | SA_NOCLDWAIT | SA_NODEFER | SA_ONSTACK | RESETHAND | SA_RESTART | SA_SIGINFO);
+        return action.sa_flags &
+               (SA_NOCLDSTOP | SA_NOCLDWAIT | SA_NODEFER | SA_ONSTACK | RESETHAND | SA_RESTART | SA_SIGINFO);
     }
 
     struct sigaction given_;

@@ -29,6 +29,7 @@
 #include <string_view>
 #include <vector>
 
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 
@@ -42,21 +43,22 @@ struct RuleState;
 /// One observed call. Which fields are set depends on the function.
 struct Call {
     std::string function;
-    int fd = -1;                ///< the descriptor, or that of the stream
-    bool hasDescriptor = false; ///< whether the function works on a descriptor or stream
-    std::string path;           ///< the path, pattern or environment variable; of `tempnam` the directory
-    std::string secondPath;     ///< the target of `rename`, the prefix of `tempnam`
-    int flags = 0;              ///< of `open` and `glob`
-    unsigned int mode = 0;      ///< of `open` with `O_CREAT`, `mkdir`, `chmod`, `umask`, `mkfifo`, `access`
-    int command = 0;            ///< of `fcntl`
-    struct flock lock = {};     ///< of `fcntl` with a lock command, as passed in
-    unsigned long size = 0;     ///< bytes; of `fread` and `fwrite` items; of `sleep` seconds
-    unsigned long itemSize = 1; ///< of `fread` and `fwrite`
-    long long offset = 0;       ///< of `lseek` and `fseeko`; of `ftruncate` the length
-    int whence = 0;             ///< of `lseek` and `fseeko`
-    unsigned int owner = 0;     ///< of `chown`
-    unsigned int group = 0;     ///< of `chown`
-    timespec deadline = {};     ///< of `pthread_cond_timedwait`
+    int fd = -1;                  ///< the descriptor, or that of the stream
+    bool hasDescriptor = false;   ///< whether the function works on a descriptor or stream
+    std::string path;             ///< the path, pattern or environment variable; of `tempnam` the directory
+    std::string secondPath;       ///< the target of `rename`, the prefix of `tempnam`
+    int flags = 0;                ///< of `open` and `glob`
+    unsigned int mode = 0;        ///< of `open` with `O_CREAT`, `mkdir`, `chmod`, `umask`, `mkfifo`, `access`
+    int command = 0;              ///< of `fcntl`
+    struct flock lock = {};       ///< of `fcntl` with a lock command, as passed in
+    unsigned long size = 0;       ///< bytes; of `fread` and `fwrite` items; of `sleep` seconds
+    unsigned long itemSize = 1;   ///< of `fread` and `fwrite`
+    long long offset = 0;         ///< of `lseek` and `fseeko`; of `ftruncate` the length
+    int whence = 0;               ///< of `lseek` and `fseeko`
+    unsigned int owner = 0;       ///< of `chown`
+    unsigned int group = 0;       ///< of `chown`
+    struct sigaction action = {}; ///< of `sigaction`, as passed in
+    timespec deadline = {};       ///< of `pthread_cond_timedwait`
     /// What the call reads or fills: the buffer, `struct stat`, lock record, `timeval`, mutex, the time left to sleep...
     void* data = nullptr;
     FILE* stream = nullptr; ///< of the stream functions

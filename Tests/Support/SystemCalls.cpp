@@ -437,6 +437,9 @@ INTERPOSE(int, sigaction, int signal, struct sigaction const* action, struct sig
         "sigaction", FailsWith::MINUS_ONE,
         [&](Call& call) {
             call.data = previous;
+            if (action != nullptr) {
+                call.action = *action;
+            }
             call.details = CallText::SignalAction(signal, action);
         },
         [&](unsigned long) { return next_sigaction(signal, action, previous); });
