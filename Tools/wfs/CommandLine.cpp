@@ -18,7 +18,7 @@
 namespace Wfs {
 namespace {
 
-constexpr Verb const* VERBS[] = {&CAT, &PUT, &COPY, &MOVE, &DELETE, &STAT, &LOCK, &LIST, &MKDIR, &RMDIR, &PATH};
+constexpr Verb const* VERBS[] = {&CAT, &PUT, &COPY, &MOVE, &DELETE, &STAT, &LOCK, &LIST, &MKDIR, &RMDIR, &PATH, &PIPE};
 
 constexpr char const NOTES[] = R"(wfs help VERB tells more about a verb.
 

@@ -2,6 +2,7 @@
 
 #include <FileSystem/File.h>
 #include <PDCHeader/PDCunistd.h>
+#include <Tools/wfs/Command.h>
 #include <Tools/wfs/Paths.h>
 #include <Tools/wfs/Verb.h>
 #include <Tools/wfs/Waiting.h>
@@ -119,13 +120,9 @@ private:
     struct sigaction hangUp_ = {};
 };
 
-/// \return the command's exit status, or 128 and the number of the signal that ended it
+/// \return as WaitForEnd
 int RunCommand(std::vector<std::string> const& command) {
-    std::vector<char*> arguments;
-    for (std::string const& argument : command) {
-        arguments.push_back(const_cast<char*>(argument.c_str())); // which is how the system wants it, and reads it only
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> const arguments = ArgumentsOf(command);
     pid_t child = 0;
     {
         SignalsForCommand const signals;
@@ -138,12 +135,7 @@ int RunCommand(std::vector<std::string> const& command) {
         WPDCHeader::RetryWhileInterrupted(
             [&] { return ::waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOWAIT); });
     }
-    int status = 0;
-    if (WPDCHeader::RetryWhileInterrupted([&] { return ::waitpid(child, &status, 0); }) == -1) {
-        throw Failure("The end of '" + command[0] + "' can't be seen: " + std::generic_category().message(errno));
-    }
-    constexpr int KILLED = 128;
-    return WIFSIGNALED(status) ? KILLED + WTERMSIG(status) : WEXITSTATUS(status);
+    return WaitForEnd(child);
 }
 
 ExitStatus Lock(LockOptions const& options) {
@@ -158,10 +150,7 @@ ExitStatus Lock(LockOptions const& options) {
 Work DefineLock(CLI::App& verb) {
     auto const options = std::make_shared<LockOptions>();
     AddPath(verb, "PATH", options->path, "The file, created when missing unless --shared");
-    verb.add_option("COMMAND", options->command, "The command and its arguments, behind --")
-        ->required()
-        ->option_text("...")
-        ->transform(Unshield);
+    AddCommand(verb, options->command);
     verb.add_flag("--shared", options->isShared, "Take the shared lock instead of the exclusive one")->option_text(" ");
     options->waiting.AddOptions(verb);
     return [options] { return Lock(*options); };

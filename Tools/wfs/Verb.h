@@ -30,6 +30,7 @@ extern Verb const LOCK;
 extern Verb const MKDIR;
 extern Verb const MOVE;
 extern Verb const PATH;
+extern Verb const PIPE;
 extern Verb const PUT;
 extern Verb const RMDIR;
 extern Verb const STAT;
