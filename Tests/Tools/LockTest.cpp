@@ -107,7 +107,7 @@ TEST_F(LockTest, TheLockOutlivesASignalThatEndsTheCommand) {
         Program program(
             Lock(
                 {},
-                {"sh", "-c", "trap 'echo ended; read line; exit 3' TERM HUP; echo ready; while :; do read line; done"}),
+                {"sh", "-c", "trap 'echo ended; read line; exit 3' TERM HUP; echo ready; while read line; do :; done"}),
             Options());
         ASSERT_TRUE(program.WaitForOutput("ready\n"));
         program.Signal(signal);
