@@ -341,6 +341,14 @@ TEST_F(ReadableFileSharingTest, ClosingAnotherDescriptorDropsTheLockOfAFileObjec
     EXPECT_EQ(TestSupport::RecordLockSeenByOthers(path_), "");
 }
 
+TEST_F(ReadableFileSharingTest, ARefusedOpeningDropsTheLockOfTheFileObjectThatHasTheFile) {
+    auto const file = Open();
+    file->ReadLock(false);
+    TestSupport::CloseDuring const closed(STDIN_FILENO);
+    EXPECT_THROW(Open(), WBase::Message);
+    EXPECT_EQ(TestSupport::RecordLockSeenByOthers(path_), "");
+}
+
 TEST_F(ReadableFileSharingTest, AGuardThatWaitsSeesAnUnlockAtTheEndOfItsSlice) {
     Child child([this](Child::Parent& parent) {
         int const fd = LockExclusively(path_);

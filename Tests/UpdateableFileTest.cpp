@@ -120,6 +120,23 @@ TEST_F(UpdateableFileTest, AStandardDescriptorIsAccepted) {
     }
 }
 
+TEST_F(UpdateableFileTest, AStandardDescriptorIsUnlockedAndClosedByThePolicyLikeAnyOther) {
+    for (int const fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        TestSupport::WriteFile(path_, WritingFiles::CONTENT);
+        TestSupport::CloseDuring const closed(fd);
+        auto file = OpenUpdateableFile(widePath_.c_str(), TRUNCATE_FILE);
+        file->ReadLock(false);
+        file->ReadUnlock();
+        EXPECT_EQ(TestSupport::RecordLockSeenByOthers(path_), "");
+        file->WriteLock(false);
+        file->WriteUnlock();
+        EXPECT_EQ(TestSupport::RecordLockSeenByOthers(path_), "");
+        file.reset();
+        EXPECT_FALSE(TestSupport::IsOpen(fd));
+        EXPECT_EQ(TestSupport::ReadFile(path_), "");
+    }
+}
+
 // Reading
 
 TEST_F(UpdateableFileTest, ReadingGivesBytesValuesAndLines) {
