@@ -86,6 +86,28 @@ TEST_F(UpdateableFileTest, EachViewWorksOnTheSameFile) {
     EXPECT_EQ(generic.GetPath(), readable.GetPath());
 }
 
+TEST_F(UpdateableFileTest, TheViewsShareLocksTimersAndTheCommit) {
+    auto const file = Open();
+    ReadableFile& readable = *file;
+    WriteableFile& writeable = *file;
+    GenericFile& generic = *file;
+    EXPECT_TRUE(readable.ReadLock(false) && file->IsReadLocked());
+    EXPECT_TRUE(writeable.WriteLock(false) && file->IsWriteLocked());
+    generic.SetPositionToEnd();
+    EXPECT_FALSE(file->IsLockTouched());
+    readable.ReadUnlock();
+    writeable.WriteUnlock();
+    EXPECT_FALSE(file->IsReadLocked() || file->IsWriteLocked());
+    EXPECT_EQ(&readable.GetReadTimer(), &file->GetReadTimer());
+    EXPECT_EQ(&readable.GetReadLockTimer(), &file->GetReadLockTimer());
+    EXPECT_EQ(&writeable.GetWriteTimer(), &file->GetWriteTimer());
+    EXPECT_EQ(&writeable.GetWriteLockTimer(), &file->GetWriteLockTimer());
+    EXPECT_TRUE(generic.IsAccessibleViaPath(nullptr));
+    writeable.CommitAndClose();
+    EXPECT_FALSE(generic.IsAccessibleViaPath(nullptr));
+    EXPECT_THROW(readable.GetPosition(), WBase::Message);
+}
+
 template <class View>
 void EndThroughView(std::wstring const& path) {
     std::unique_ptr<View> file = OpenUpdateableFile(path.c_str(), DELETE_FILE);
