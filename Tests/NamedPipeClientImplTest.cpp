@@ -176,6 +176,14 @@ TEST_P(FailingOpenTest, AnOpenIsNotRepeatedAndLeavesOpenWhatWasOpened) {
     }
 }
 
+TEST_P(FailingOpenTest, AFailedOpenPrintsNothing) {
+    auto const client = MakeClient();
+    Recorder recorder;
+    recorder.On("open").Nth(GetParam().nth).Fail(EACCES);
+    EXPECT_EQ(PrintedBy([&] { EXPECT_NE(NamedPipeErrorOf([&] { client->Connect(); }), "nothing is thrown"); }), "");
+    client->Disconnect();
+}
+
 TEST_P(FailingOpenTest, TheLockOfAFailedConnectStaysUntilDisconnect) {
     DescriptorCheck const check;
     auto const client = MakeClient();
@@ -217,6 +225,18 @@ TEST_F(NamedPipeClientTest, TheLockFileIsNamedByItsAbsolutePath) {
     EXPECT_EQ(printed, "Failed to lock file '" + lockPath_ + "'.\n" + std::strerror(EDEADLK) + "\n");
     client->Disconnect();
     ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST_F(NamedPipeClientTest, AFailureToNameTheLockFileIsPrintedInstead) {
+    auto const client = CreateNamedPipeClient(L"p");
+    Recorder recorder;
+    recorder.On("open").Instead([](Call const&) { return 0L; });
+    recorder.On("fcntl").Fail(EDEADLK);
+    recorder.On("getcwd").Fail(EACCES);
+    std::string const printed = PrintedBy([&] { EXPECT_EQ(client->Connect(), -1); });
+    EXPECT_EQ(
+        printed,
+        std::string("WFileSystem::GetCurrentWorkingDirectory: ::getcwd failed.\n") + std::strerror(EACCES) + "\n");
 }
 
 TEST_F(NamedPipeClientTest, WhatIsPrintedIsCutAt1023Bytes) {
@@ -388,6 +408,14 @@ TEST_F(NamedPipeClientTest, AClientConnectsAgainAfterDisconnect) {
         EXPECT_EQ(client->Connect(), 0);
         EXPECT_EQ(client->Disconnect(), 0);
     }
+}
+
+TEST_F(NamedPipeClientTest, ASecondConnectWithoutDisconnectLosesTheFormerDescriptors) {
+    DescriptorCheck const check(3);
+    auto const client = MakeClient();
+    EXPECT_EQ(client->Connect(), 0);
+    EXPECT_EQ(client->Connect(), 0);
+    client->Disconnect();
 }
 
 TEST_F(NamedPipeClientTest, ASecondDisconnectMakesTheSameCallsAgain) {

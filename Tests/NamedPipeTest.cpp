@@ -234,7 +234,7 @@ TEST_F(NamedPipeTest, AThousandExchangesByEightClientsInTurnLoseAndMixNothing) {
             parent.WaitFor("begin");
             auto const client = CreateNamedPipeClient(base_.c_str());
             for (unsigned int sequence = 0; sequence < EXCHANGES; ++sequence) {
-                std::string const payload = MakeMessage(sequence * 131 % 9000, number);
+                std::string const payload = MakeMessage(sequence * 131 % 9000, number * EXCHANGES + sequence);
                 Header const header = {number, sequence, static_cast<unsigned int>(payload.size())};
                 ASSERT_EQ(client->Connect(), 0);
                 client->Write(&header, sizeof header);
@@ -416,6 +416,29 @@ TEST_F(NamedPipeTest, AMessageThatAClientDidNotFinishIsFilledUpByTheNextClient) 
         EXPECT_EQ(child.Wait(), 0);
     }
     EXPECT_EQ(ReadMessage(*server, 8), "halfhalf");
+}
+
+TEST_F(NamedPipeTest, ANewServerDropsTheMessageThatAKilledClientDidNotFinish) {
+    Child killed([&](Child::Parent& parent) {
+        auto const client = Connect(parent);
+        WriteMessage(*client, "half");
+        parent.Say("written");
+        parent.WaitFor("the end");
+    });
+    Child next([&](Child::Parent& parent) {
+        auto const client = Connect(parent);
+        WriteMessage(*client, "a whole one");
+        client->Disconnect();
+    });
+    auto server = MakeServer();
+    LetConnect(killed, *server);
+    ASSERT_TRUE(killed.WaitFor("written"));
+    EXPECT_EQ(killed.Kill(), -SIGKILL);
+    server.reset();
+    server = MakeServer();
+    LetConnect(next, *server);
+    EXPECT_EQ(ReadMessage(*server, 11), "a whole one");
+    EXPECT_EQ(next.Wait(), 0);
 }
 
 TEST_F(NamedPipeTest, ALaterClientReadsWhatTheFormerLeftUnread) {
