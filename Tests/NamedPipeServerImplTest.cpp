@@ -435,11 +435,22 @@ TEST_F(NamedPipeServerTest, TheEndClosesTheWriteDescriptorAlsoWhereThereIsNone) 
 }
 
 TEST_F(NamedPipeServerTest, TheEndRepeatsAnInterruptedClose) {
-    auto server = MakeServer();
+    for (unsigned int const nth : {1U, 2U}) {
+        auto server = MakeServer();
+        Recorder recorder;
+        recorder.On("close").Nth(nth).FailWithoutCalling(EINTR);
+        server.reset();
+        EXPECT_EQ(recorder.Names(), "close close close");
+        EXPECT_EQ(recorder.Find("close", nth).fd, recorder.Find("close", nth + 1).fd);
+    }
+}
+
+TEST_F(NamedPipeServerTest, CreationRepeatsAnInterruptedClose) {
+    DescriptorCheck const check;
     Recorder recorder;
-    recorder.On("close").First(2).FailWithoutCalling(EINTR);
-    server.reset();
-    EXPECT_EQ(recorder.Names(), "close close close close");
+    recorder.On("close").Nth(1).FailWithoutCalling(EINTR);
+    MakeServer();
+    EXPECT_EQ(recorder.Find("close", 1).fd, recorder.Find("close", 2).fd);
 }
 
 // ---- Surprises
