@@ -216,6 +216,16 @@ TEST_F(NamedPipeClientTest, ALockThatCannotBeHadIsPrintedAndLeavesTheLockFileOpe
     EXPECT_EQ(recorder.Names(), "open fcntl");
 }
 
+TEST_F(NamedPipeClientTest, DisconnectClosesTheLockFileAlsoWhereTheLockCouldNotBeHad) {
+    DescriptorCheck const check;
+    auto const client = MakeClient();
+    Recorder recorder;
+    recorder.On("fcntl").Nth(1).Fail(ENOLCK);
+    PrintedBy([&] { EXPECT_EQ(client->Connect(), -1); });
+    EXPECT_EQ(client->Disconnect(), 0);
+    EXPECT_EQ(recorder.Names(), "open fcntl fcntl close close close");
+}
+
 TEST_F(NamedPipeClientTest, TheLockFileIsNamedByItsAbsolutePath) {
     ASSERT_EQ(::chdir(scratch_.Path().c_str()), 0);
     auto const client = CreateNamedPipeClient(L"p");
