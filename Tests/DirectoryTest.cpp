@@ -84,6 +84,7 @@ TEST_F(DirectoryCreateTest, ThePathStandsInTheReportAsItWasGiven) {
     EXPECT_WRAPPED(Directory::Create(L".//file", false), CreationFailure(L".//file"), EEXIST);
     EXPECT_WRAPPED(Directory::Create(L"%1/é", false), CreationFailure(L"%1/é"), ENOENT);
     EXPECT_WRAPPED(Directory::Create(L"", false), CreationFailure(L""), ENOENT);
+    EXPECT_WRAPPED(Directory::Create(L"", true), CreationFailure(L""), ENOENT);
 }
 
 TEST_F(DirectoryCreateTest, AFailureIsNotRepeated) {
