@@ -417,6 +417,20 @@ TEST_F(WholeFileTest, CopyAttributesDropsFractionsOfSeconds) {
     EXPECT_EQ(status.st_mtim.tv_nsec, 0);
 }
 
+TEST_F(WholeFileTest, CopyAttributesGoesBeyond32BitsOfSeconds) {
+    Recorder recorder;
+    recorder.On("stat").Instead([](TestSupport::Call const& call) {
+        static_cast<struct stat*>(call.data)->st_atim.tv_sec = -0x80000001LL;
+        static_cast<struct stat*>(call.data)->st_mtim.tv_sec = 0x123456789LL;
+        return 0L;
+    });
+    for (char const* const function : {"utime", "chown", "chmod"}) {
+        recorder.On(function).Return(0);
+    }
+    EXPECT_TRUE(File::CopyAttributes(L"from", L"to", nullptr));
+    EXPECT_THAT(recorder.Calls(), testing::Contains("utime(\"to\", -2147483649, 4886718345)"));
+}
+
 TEST_F(WholeFileTest, CopyAttributesRepeatsAnInterruptedLookAtTheSource) {
     Make("from", "");
     Recorder recorder;
@@ -482,7 +496,7 @@ TEST_F(WholeFileTest, CopyAttributesByAnOrdinaryUserReportsTheOwner) {
         testing::HasSubstr(Described(L"Failed to change owner of file '" + Wide("to") + L"'.", EPERM)));
 }
 
-TEST_F(WholeFileTest, CopyAttributesByAnOrdinaryUserOntoAFileOfHisOwnLacksTheOwnerOnly) {
+TEST_F(WholeFileTest, CopyAttributesByAnOrdinaryUserOntoAnOwnFileLacksTheOwnerOnly) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can make a file that belongs to somebody else";
     }
