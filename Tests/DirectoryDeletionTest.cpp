@@ -135,12 +135,12 @@ TEST_F(DirectoryDeleteRecursivelyTest, AFailureToListADirectoryIsReportedAndTheR
     MakeDirectory("a/b");
     WriteFile("a/c", "");
     recorder_.On("glob").Where([](Call const& call) { return call.path == "a/b/*"; }).Return(GLOB_NOSPACE);
-    WBase::Message report;
+    WBase::Message report(WBase::MESSAGE_DOMAIN_UNKNOWN, 1, "Before.");
     EXPECT_FALSE(Directory::DeleteRecursively(L"a", &report));
     EXPECT_TRUE(Matches(
         report, TestSupport::WrappedWithoutCause(
                     DeletionFailure(L"a") + L'\n' + ErrorDescription(ENOTEMPTY) + L'\n' + DeletionFailure(L"a/b") +
-                    L"\nUnable to find file (GLOB_NOSPACE).")));
+                    L"\nUnable to find file (GLOB_NOSPACE).\nBefore.")));
     EXPECT_THAT(List("a"), ElementsAre("b"));
 }
 

@@ -214,6 +214,8 @@ TEST_F(DirectoryCreateTest, APathWhoseParentIsTooLongFailsAtOnce) {
     recorder_.Clear();
     EXPECT_WRAPPED(Directory::Create(Names(17).c_str(), true), CreationFailure(Names(17)), ENAMETOOLONG);
     EXPECT_EQ(recorder_.Count("mkdir"), 17U);
+    std::wstring const path = std::wstring(PATH_MAX, L'n') + L"/x";
+    EXPECT_WRAPPED(Directory::Create(path.c_str(), true), CreationFailure(path), ENAMETOOLONG);
 }
 
 TEST_F(DirectoryDeleteEmptyTest, AnEmptyDirectoryIsDeleted) {

@@ -704,6 +704,29 @@ TEST_F(FileStreamTest, CopyBlockUsesTheFullSizeOfTheBuffer) {
     EXPECT_EQ(recorder.Names(), "ftello fseeko fread fseeko fwrite fseeko");
 }
 
+TEST_F(FileStreamTest, CopyBlockTakesABufferOfFourGigabytes) {
+    Make("file", "0123456789");
+    FILE* const stream = OpenStream("file", "r+");
+    char memory[16];
+    LentBuffer buffer(memory, 0x100000000UL);
+    File::CopyBlock(stream, buffer, 4, 8);
+    File::Flush(stream);
+    EXPECT_EQ(Read("file"), "012301234567");
+}
+
+TEST_F(FileStreamTest, CopyBlockEndsWhereItsLastStepLeavesThePosition) {
+    struct Row {
+        long long source, destination, size, end;
+    };
+    for (Row const& row : std::vector<Row>{{1, 3, 8, 1}, {1, 3, 9, 4}, {3, 1, 8, 11}, {3, 1, 9, 10}}) {
+        Make("file", MakeText(12));
+        FILE* const stream = OpenStream("file", "r+");
+        File::SetPosition(stream, row.source);
+        File::CopyBlock(stream, *MakeBuffer(4), row.destination, row.size);
+        EXPECT_EQ(File::GetPosition(stream), row.end);
+    }
+}
+
 TEST_F(FileStreamTest, CopyBlockFromBehindTheEndWithoutASizeDoesNothing) {
     Make("file", "0123");
     FILE* const stream = OpenStream("file", "r+");
@@ -738,7 +761,8 @@ TEST_F(FileStreamTest, CopyBlockToItsOwnPlaceOnlyAsksForThePosition) {
     File::SetPosition(stream, 4);
     Recorder recorder;
     EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(4), 4, 3), 0);
-    EXPECT_EQ(recorder.Names(), "ftello");
+    EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(4), 4, 0), 0);
+    EXPECT_EQ(recorder.Names(), "ftello ftello");
 }
 
 TEST_F(FileStreamTest, CopyBlockOfNothingAtTheEndDoesNothing) {
@@ -746,7 +770,7 @@ TEST_F(FileStreamTest, CopyBlockOfNothingAtTheEndDoesNothing) {
     FILE* const stream = OpenStream("file", "r+");
     File::SetPosition(stream, 4);
     Recorder recorder;
-    EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(4), 0, 0), 0);
+    EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(0), 0, 0), 0); // not even the buffer is looked at
     EXPECT_EQ(recorder.Names(), "ftello fstat");
 }
 
