@@ -111,6 +111,13 @@ TEST_F(FileImplTest, PositionsAreNotRepeatedWhenInterrupted) {
     EXPECT_EQ(recorder.Count("lseek"), 4U);
 }
 
+TEST_F(FileImplTest, OnlyMinusOneIsAFailedPositioning) {
+    Recorder recorder;
+    recorder.On("lseek").Script({-2, -2}); // a position of some devices
+    EXPECT_EQ(FileImpl::GetPosition(L"/f", fd_), -2);
+    EXPECT_EQ(FileImpl::SetPosition(L"/f", fd_, -2), -2);
+}
+
 // Flush and truncation
 
 TEST_F(FileImplTest, FlushSyncsDataAndAttributes) {
@@ -398,6 +405,14 @@ TEST_F(FileImplTest, AMatchThatCannotBeFoundOutIsReportedInFrontOfTheMessage) {
             EXPECT_FALSE(FileImpl::DoesPathMatchFileHandle(L"/no/%1", fd_, nullptr));
         }
     }
+}
+
+TEST_F(FileImplTest, AMatchThatCannotBeFoundOutNeedsNoWorkingDirectoryWithoutAMessage) {
+    Recorder recorder;
+    recorder.On("stat").Fail(EIO);
+    EXPECT_FALSE(FileImpl::DoesPathMatchFileHandle(L"f", -1, nullptr));
+    EXPECT_FALSE(FileImpl::DoesPathMatchFileHandle(L"f", fd_, nullptr));
+    EXPECT_EQ(recorder.Names(), "fstat fstat stat");
 }
 
 TEST_F(FileImplTest, AMissingDescriptorIsReportedBeforeThePathIsLookedAt) {
