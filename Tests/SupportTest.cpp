@@ -27,6 +27,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <cerrno>
@@ -861,6 +862,19 @@ TEST(AllocationsTest, ReleasedTextsStandInTheOrderOfTheReleases) {
     allocations.Stop();
     EXPECT_THAT(allocations.ReleasedTexts(), ElementsAre("two", "one"));
     ::operator delete(unreleased);
+}
+
+TEST(AllocationsTest, AllocationsAndReleasesChangeErrno) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    Allocations allocations;
+    errno = 0;
+    void* const block = ::operator new(8);
+    EXPECT_EQ(std::exchange(errno, 0), Allocations::ERRNO_AFTERWARDS);
+    ::operator delete(block);
+    EXPECT_EQ(std::exchange(errno, 0), Allocations::ERRNO_AFTERWARDS);
+    allocations.Stop();
+    AllocateAndFree();
+    EXPECT_EQ(errno, 0);
 }
 
 TEST(AllocationsTest, RecordersAreNotCounted) {
