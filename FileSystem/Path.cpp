@@ -2,6 +2,7 @@
 
 #include <Base/Conversion.h>
 #include <Base/Exception.h>
+#include <Base/PrivateSource/UTF8.h>
 #include <FileSystem/PrivateSource/WorkingDirectory.h>
 #include <PDCHeader/PDCstat.h>
 
@@ -237,9 +238,13 @@ public:
     int Find(char const* pattern) { return ::glob(pattern, 0, nullptr, &result_); }
 
     void AppendTo(WDataType::StringCollection& names) const {
+        std::wstring name; // one for all
         for (std::size_t index = 0; index < result_.gl_pathc; ++index) {
+            char const* const narrowName = result_.gl_pathv[index];
+            name.resize(std::max(name.size(), std::strlen(narrowName) + 1));
             try {
-                names.Append(WBase::MultiByteToWideChar(result_.gl_pathv[index], false).c_str());
+                WBase::DecodeUTF8(narrowName, false, name.data());
+                names.Append(name.c_str());
             } catch (WBase::StringConversionException const&) { // NOLINT(bugprone-empty-catch): such a name is left out
             }
         }
