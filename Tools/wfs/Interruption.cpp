@@ -60,7 +60,7 @@ void Interruption::WaitForInput(
     while (::poll(ends.data(), ends.size(), -1) == -1 && errno == EINTR) {
     }
     unsigned char signal = 0;
-    if (::read(gPipe[0], &signal, sizeof signal) == 1) {
+    if (ends[1].revents != 0 && ::read(gPipe[0], &signal, sizeof signal) == 1) {
         throw Interrupted{signal};
     }
 }
