@@ -24,7 +24,7 @@ using WFileSystem::NamedPipe;
 
 volatile std::sig_atomic_t isStopped = 0;
 
-extern "C" void Stop(int) {
+extern "C" void Stop(int /*signal*/) {
     isStopped = 1;
 }
 

@@ -107,7 +107,7 @@ private:
                 ++next;
             }
             std::wstring_view const part(begin, static_cast<std::size_t>(out - begin));
-            bool const isName = part.size() > 2 || (part.size() > 0 && part[0] != L'.');
+            bool const isName = part.size() > 2 || (!part.empty() && part[0] != L'.');
             if (isName || IsToStay(part)) {
                 end_ = out;
                 ++count_;
