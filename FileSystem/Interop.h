@@ -4,8 +4,8 @@
 /// \file
 /// \brief The library beside the C++ standard library: paths, streams, ranges, error codes.
 ///
-/// All of it is made of the library's public functions. Nothing here locks: take the guards of the file objects, and let
-/// them live as long as the stream or range is used.
+/// All of it is made of the library's public functions. Nothing here locks: take the guards of the file objects, and
+/// let them live as long as the stream or range is used.
 
 #include <Base/Conversion.h>
 #include <Base/Exception.h>
@@ -109,13 +109,14 @@ std::wstring ToWidePath(Text const& path) {
 ///
 /// ReadableFileStream is such a stream. What is written by `output << &buffer` obeys the fail bit of `output` instead.
 ///
-/// \warning The buffer reads ahead: the file's position is behind what the stream has given out, until `sync()`. What was
-///     read ahead is kept when the record lock is dropped; call `sync()` after it was taken again.
+/// \warning The buffer reads ahead: the file's position is behind what the stream has given out, until `sync()`. What
+///     was read ahead is kept when the record lock is dropped; call `sync()` after it was taken again.
 /// \warning A character can't be put back across a refill of the buffer.
 /// \par Threads
 ///     As for the file object: one thread at a time.
 class ReadableFileBuffer : public std::streambuf {
 public:
+    /// What BasicFileStream is made of.
     using File = ReadableFile;
 
     /// \param file the file, which must live as long as this object
@@ -130,11 +131,13 @@ public:
 protected:
     /// Reads the next bytes. A failure loses nothing: the next call tries again.
     int_type underflow() override {
-        setg(nullptr, nullptr, nullptr);
         file_.Read(*bytes_, 0);
+        if (bytes_->IsEmpty()) {
+            return traits_type::eof(); // what was read before can still be put back
+        }
         char* const begin = bytes_->GetBuffer();
         setg(begin, begin, begin + bytes_->GetSize());
-        return bytes_->IsEmpty() ? traits_type::eof() : traits_type::to_int_type(*begin);
+        return traits_type::to_int_type(*begin);
     }
 
     /// Forgets what was read ahead, and sets the file's position to what comes next in the stream.
@@ -158,6 +161,7 @@ protected:
         return pos_type(Detail::Seek(file_, offset, origin));
     }
 
+    /// As seekoff(), from the start.
     pos_type seekpos(pos_type position, std::ios_base::openmode which) override {
         return seekoff(off_type(position), std::ios_base::beg, which);
     }
@@ -180,8 +184,9 @@ private:
 /// \endcode
 ///
 /// A failure leaves every function as the exception that WriteableFile::Write or the positioning throws, and a stream
-/// around the buffer needs to be told to pass it on, see ReadableFileBuffer. After a failed write it is not known which of
-/// the bytes are in the file, so the buffer writes no more: every later function that would write throws the same failure.
+/// around the buffer needs to be told to pass it on, see ReadableFileBuffer. After a failed write it is not known which
+/// of the bytes are in the file, so the buffer writes no more: every later function that would write throws the same
+/// failure.
 ///
 /// \warning Destruction writes what is left, never throws and does not commit: a failure goes unnoticed there.
 /// \warning `sync()` and `std::flush` do not wait for the device, unlike WriteableFile::Flush.
@@ -189,15 +194,14 @@ private:
 ///     As for the file object: one thread at a time.
 class WriteableFileBuffer : public std::streambuf {
 public:
+    /// What BasicFileStream is made of.
     using File = WriteableFile;
 
-    /// \param file the file, which must live as long as this object
+    /// \param file the file, which must live until all is flushed
     /// \param size how many bytes are collected at most, from 1 to 1 GiB; what is longer is written at once
     /// \throws std::bad_alloc
     explicit WriteableFileBuffer(WriteableFile& file, std::size_t size = STREAM_BUFFER_SIZE)
-        : file_(file), bytes_(Detail::FitBufferSize(size), '\0') {
-        Collect();
-    }
+        : file_(file), bytes_(Detail::FitBufferSize(size), '\0') {}
 
     WriteableFileBuffer(WriteableFileBuffer const&) = delete;
     WriteableFileBuffer& operator=(WriteableFileBuffer const&) = delete;
@@ -213,10 +217,11 @@ protected:
     /// Writes what was collected.
     int sync() override {
         Write(pbase(), static_cast<std::size_t>(pptr() - pbase()));
-        Collect();
+        setp(bytes_.data(), bytes_.data() + bytes_.size());
         return 0;
     }
 
+    /// Makes room for a character.
     int_type overflow(int_type character) override {
         sync();
         if (!traits_type::eq_int_type(character, traits_type::eof())) {
@@ -256,13 +261,12 @@ protected:
         return pos_type(Detail::Seek(file_, offset, origin));
     }
 
+    /// As seekoff(), from the start.
     pos_type seekpos(pos_type position, std::ios_base::openmode which) override {
         return seekoff(off_type(position), std::ios_base::beg, which);
     }
 
 private:
-    void Collect() noexcept { setp(bytes_.data(), bytes_.data() + bytes_.size()); }
-
     void Write(char const* bytes, std::size_t size) {
         if (failure_) {
             std::rethrow_exception(failure_);
@@ -274,7 +278,7 @@ private:
             file_.Write(static_cast<void const*>(bytes), size);
         } catch (...) {
             failure_ = std::current_exception();
-            setp(nullptr, nullptr); // so that every character comes here
+            setp(nullptr, nullptr); // so that every character comes here again
             throw;
         }
     }
@@ -284,8 +288,8 @@ private:
     std::exception_ptr failure_;
 };
 
-/// A stream around one of the buffers, which throws what the buffer throws: the library's exceptions. Until its `clear()` every
-/// later operation throws `std::ios_base::failure`.
+/// A stream around one of the buffers, which throws what the buffer throws: the library's exceptions. Until its
+/// `clear()` every later operation throws `std::ios_base::failure`.
 /// \tparam Stream `std::istream` or `std::ostream`
 /// \tparam Buffer ReadableFileBuffer or WriteableFileBuffer
 template <class Stream, class Buffer>
@@ -318,9 +322,9 @@ using WriteableFileStream = BasicFileStream<std::ostream, WriteableFileBuffer>;
 /// }
 /// \endcode
 ///
-/// It reads through a ReadableFileBuffer and not by ReadableFile::ReadLine. So a line comes whole, however long it is; a zero
-/// byte is a byte like others, where ReadLine stops as if at the end of the file; the file need not be one that can be
-/// positioned; and the file is read a buffer at a time, where ReadLine steps back after each line.
+/// It reads through a ReadableFileBuffer and not by ReadableFile::ReadLine. So a line comes whole, however long it is;
+/// a zero byte is a byte like others, where ReadLine stops as if at the end of the file; the file need not be one that
+/// can be positioned; and the file is read a buffer at a time, where ReadLine steps back after each line.
 ///
 /// \warning The lines can be passed through once: begin() reads the first line that is left.
 /// \warning It reads ahead: the file's position is behind the line, and a loop that is left early does not put it back.
@@ -345,6 +349,7 @@ public:
     /// \throws what ReadableFile::Read throws; std::bad_alloc; after either std::ios_base::failure
     Iterator begin();
 
+    /// What every iterator comes to.
     Iterator end() noexcept;
 
 private:
@@ -357,19 +362,24 @@ private:
 /// An input iterator. Its copies stand at one line, and going on with one of them takes them all to the next.
 class ReadableFileLines::Iterator {
 public:
+    /// What `std::iterator_traits` asks for.
+    /// \{
     using iterator_category = std::input_iterator_tag;
     using value_type = std::string;
     using difference_type = std::ptrdiff_t;
     using pointer = std::string const*;
     using reference = std::string const&;
+    /// \}
 
     /// The end.
     Iterator() noexcept = default;
 
     /// The line; it lives until the next `++`.
     reference operator*() const noexcept { return lines_->line_; }
+    /// As `*`.
     pointer operator->() const noexcept { return &lines_->line_; }
 
+    /// Reads the next line.
     /// \throws as begin()
     Iterator& operator++() {
         if (!lines_->ReadNext()) {
@@ -384,6 +394,7 @@ public:
         std::string operator*() const { return line; } ///< the copy
     };
 
+    /// Reads the next line.
     /// \throws as begin()
     Former operator++(int) {
         Former former{lines_->line_};
@@ -393,6 +404,7 @@ public:
 
     /// Tells whether both are at the end, or both are not.
     friend bool operator==(Iterator const& left, Iterator const& right) noexcept { return left.lines_ == right.lines_; }
+    /// The contrary.
     friend bool operator!=(Iterator const& left, Iterator const& right) noexcept { return !(left == right); }
 
 private:
@@ -412,8 +424,8 @@ inline ReadableFileLines::Iterator ReadableFileLines::end() noexcept {
 }
 
 /// The system error that a message carries, to compare with `std::errc` or to hand to code that knows only error codes:
-/// that of the outermost message in the domain `WBase::MESSAGE_DOMAIN_ERRNO`, or, where the chain has none, the ID of the
-/// outermost one in `WBase::MESSAGE_DOMAIN_UNKNOWN`, which is where a system-call report has it.
+/// that of the outermost message in the domain `WBase::MESSAGE_DOMAIN_ERRNO`, or, where the chain has none, the ID of
+/// the outermost one in `WBase::MESSAGE_DOMAIN_UNKNOWN`, which is where a system-call report has it.
 ///
 /// \code
 /// catch (WBase::Message const& message) {
@@ -442,23 +454,30 @@ namespace WDataType {
 /// An input iterator over a collection of strings, see begin().
 class StringCollectionIterator {
 public:
+    /// What `std::iterator_traits` asks for.
+    /// \{
     using iterator_category = std::input_iterator_tag;
     using value_type = wchar_t const*;
     using difference_type = std::ptrdiff_t;
     using pointer = wchar_t const* const*;
     using reference = wchar_t const*;
+    /// \}
 
+    /// Stands at the string with this index, which may be the count: the end.
     StringCollectionIterator(StringCollection const& collection, unsigned long index) noexcept
         : collection_(&collection), index_(index) {}
 
     /// The string; it lives as long as the collection.
     reference operator*() const { return collection_->GetAt(index_); }
 
+    /// Goes to the next string.
     StringCollectionIterator& operator++() noexcept {
         ++index_;
         return *this;
     }
 
+    /// Goes to the next string.
+    /// \return where it stood
     StringCollectionIterator operator++(int) noexcept {
         StringCollectionIterator const former = *this;
         ++index_;
@@ -469,6 +488,7 @@ public:
     friend bool operator==(StringCollectionIterator const& left, StringCollectionIterator const& right) noexcept {
         return left.index_ == right.index_;
     }
+    /// The contrary.
     friend bool operator!=(StringCollectionIterator const& left, StringCollectionIterator const& right) noexcept {
         return !(left == right);
     }

@@ -220,6 +220,16 @@ TEST_F(ReadableFileBufferTest, WhatCameBeforeAFailureIsGivenOutFirst) {
     EXPECT_WRAPPED(buffer.sbumpc(), L"Failed to read 6 bytes from file '" + widePath_ + L"'.", EIO);
 }
 
+TEST_F(ReadableFileBufferTest, ACharacterCanBePutBackAlsoAtTheEnd) {
+    auto const file = OpenToRead("ab");
+    ReadableFileStream stream(*file, 2);
+    EXPECT_EQ(stream.get(), 'a');
+    EXPECT_EQ(stream.get(), 'b');
+    EXPECT_EQ(stream.peek(), std::char_traits<char>::eof());
+    stream.clear();
+    EXPECT_EQ(stream.unget().get(), 'b');
+}
+
 TEST_F(ReadableFileBufferTest, SyncSetsTheFilesPositionToWhatComesNext) {
     auto const file = OpenToRead("head\n\x01\x02\x03\x04");
     ReadableFileStream stream(*file);
@@ -306,6 +316,7 @@ TEST_F(WriteableFileBufferTest, AFlushOfNothingMakesNoCall) {
     Recorder recorder;
     stream << std::flush;
     EXPECT_THAT(recorder.Calls(), IsEmpty());
+    EXPECT_EQ(file->GetWriteTimer().GetTotal().count(), 0); // the file is not even asked
 }
 
 TEST_F(WriteableFileBufferTest, WithoutASizeTheBufferHolds16KiB) {
@@ -353,6 +364,15 @@ TEST_F(WriteableFileBufferTest, ATextLongerThanTheBufferIsWrittenAtOnce) {
     EXPECT_EQ(recorder.Count("write"), 2U);
     stream << "l" << std::flush;
     EXPECT_EQ(Content(), "abcdefghijkl");
+}
+
+TEST_F(WriteableFileBufferTest, NoCharactersAreNoWrite) {
+    auto const file = OpenToWrite();
+    WriteableFileBuffer buffer(*file);
+    EXPECT_EQ(buffer.sputn("abc", 0), 0);
+    EXPECT_EQ(buffer.sputn("abc", -1), 0);
+    EXPECT_EQ(buffer.pubsync(), 0);
+    EXPECT_EQ(Content(), "");
 }
 
 TEST_F(WriteableFileBufferTest, ASizeOf0CountsAs1) {
@@ -425,6 +445,15 @@ TEST_F(WriteableFileBufferTest, DestructionAfterTheCommitMakesNoCallWhereAllWasF
     Recorder recorder;
     stream.reset();
     EXPECT_THAT(recorder.Calls(), IsEmpty());
+    EXPECT_EQ(Content(), "all");
+}
+
+TEST_F(WriteableFileBufferTest, TheFileMayGoOnceAllIsFlushed) {
+    auto file = OpenToWrite();
+    WriteableFileStream stream(*file);
+    stream << "all" << std::flush;
+    file->CommitAndClose();
+    file.reset();
     EXPECT_EQ(Content(), "all");
 }
 
