@@ -21,6 +21,7 @@ packages_for() {
     case $1 in
         build) echo cmake g++ libcli11-dev ninja-build nlohmann-json3-dev ;;
         test) echo libgmock-dev libgtest-dev ;;
+        manual) echo doxygen mawk ;;
         check) echo binutils clang clang-format clang-tidy diffutils git pkg-config shellcheck ;;
         *) fail "no packages are known for '$1'" ;;
     esac
