@@ -111,6 +111,7 @@ std::wstring ToWidePath(Text const& path) {
 ///
 /// \warning The buffer reads ahead: the file's position is behind what the stream has given out, until `sync()`. What
 ///     was read ahead is kept when the record lock is dropped; call `sync()` after it was taken again.
+/// \warning A read waits until the buffer is full or the file ends: give a pipe or a terminal a small one.
 /// \warning A character can't be put back across a refill of the buffer.
 /// \par Threads
 ///     As for the file object: one thread at a time.
@@ -208,7 +209,7 @@ public:
 
     ~WriteableFileBuffer() override {
         try {
-            sync();
+            WriteCollected();
         } catch (...) { // NOLINT(bugprone-empty-catch): a destructor has nobody to tell
         }
     }
@@ -216,14 +217,13 @@ public:
 protected:
     /// Writes what was collected.
     int sync() override {
-        Write(pbase(), static_cast<std::size_t>(pptr() - pbase()));
-        setp(bytes_.data(), bytes_.data() + bytes_.size());
+        WriteCollected();
         return 0;
     }
 
     /// Makes room for a character.
     int_type overflow(int_type character) override {
-        sync();
+        WriteCollected();
         if (!traits_type::eq_int_type(character, traits_type::eof())) {
             *pptr() = traits_type::to_char_type(character);
             pbump(1);
@@ -237,7 +237,7 @@ protected:
             return 0;
         }
         if (count > epptr() - pptr()) {
-            sync();
+            WriteCollected();
         }
         auto const size = static_cast<std::size_t>(count);
         if (size > bytes_.size()) {
@@ -257,7 +257,7 @@ protected:
         if (offset == 0 && origin == std::ios_base::cur) {
             return pos_type(file_.GetPosition() + (pptr() - pbase()));
         }
-        sync();
+        WriteCollected();
         return pos_type(Detail::Seek(file_, offset, origin));
     }
 
@@ -267,6 +267,11 @@ protected:
     }
 
 private:
+    void WriteCollected() {
+        Write(pbase(), static_cast<std::size_t>(pptr() - pbase()));
+        setp(bytes_.data(), bytes_.data() + bytes_.size());
+    }
+
     void Write(char const* bytes, std::size_t size) {
         if (failure_) {
             std::rethrow_exception(failure_);
@@ -350,7 +355,7 @@ public:
     Iterator begin();
 
     /// What every iterator comes to.
-    Iterator end() noexcept;
+    static Iterator end() noexcept;
 
 private:
     bool ReadNext() { return static_cast<bool>(std::getline(stream_, line_)); }
@@ -435,6 +440,8 @@ inline ReadableFileLines::Iterator ReadableFileLines::end() noexcept {
 /// }
 /// \endcode
 /// \return a code of `std::generic_category()`; one that says "no error" where the message carries no positive number
+/// \warning Of several messages in one domain only the outermost one is seen: wrap a system-call report by a message in
+///     another domain than `WBase::MESSAGE_DOMAIN_UNKNOWN`.
 /// \par Threads
 ///     Any thread.
 inline std::error_code ToErrorCode(WBase::Message const& message) noexcept {
