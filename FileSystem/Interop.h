@@ -107,9 +107,9 @@ std::wstring ToWidePath(Text const& path) {
 /// stream.exceptions(std::ios_base::badbit); // the stream throws what it caught
 /// \endcode
 ///
-/// ReadableFileStream is such a stream. What is written by `output << &buffer` obeys the fail bit of `output` instead.
+/// ReadableFileStream is such a stream. With `output << &buffer` it is the fail bit of `output` instead.
 ///
-/// \warning The buffer reads ahead: the file's position is behind what the stream has given out, until `sync()`. What
+/// \warning The buffer reads ahead: the file's position is beyond what the stream has given out, until `sync()`. What
 ///     was read ahead is kept when the record lock is dropped; call `sync()` after it was taken again.
 /// \warning A read waits until the buffer is full or the file ends: give a pipe or a terminal a small one.
 /// \warning A character can't be put back across a refill of the buffer.
@@ -332,7 +332,7 @@ using WriteableFileStream = BasicFileStream<std::ostream, WriteableFileBuffer>;
 /// can be positioned; and the file is read a buffer at a time, where ReadLine steps back after each line.
 ///
 /// \warning The lines can be passed through once: begin() reads the first line that is left.
-/// \warning It reads ahead: the file's position is behind the line, and a loop that is left early does not put it back.
+/// \warning It reads ahead: the file's position is beyond the line, and a loop that is left early does not put it back.
 /// \warning A file without line feeds becomes one string.
 /// \warning A carriage return before the line feed is a part of the line.
 /// \par Threads

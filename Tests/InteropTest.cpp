@@ -26,6 +26,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -194,6 +195,19 @@ TEST_F(ReadableFileBufferTest, AStreamThatIsNotToldToKeepsTheFailureInItsBadBit)
     recorder.On("read").Fail(EIO);
     EXPECT_NO_THROW(stream.get());
     EXPECT_TRUE(stream.bad());
+}
+
+TEST_F(ReadableFileBufferTest, AnOutputStreamThatTakesTheBufferThrowsByItsFailBit) {
+    auto const file = OpenToRead("abc");
+    ReadableFileBuffer buffer(*file, 8);
+    std::ostringstream stream;
+    stream.exceptions(std::ios_base::failbit);
+    Recorder recorder;
+    recorder.On("read").First(1).Fail(EIO);
+    EXPECT_WRAPPED(stream << &buffer, L"Failed to read 8 bytes from file '" + widePath_ + L"'.", EIO);
+    stream.clear();
+    stream << &buffer;
+    EXPECT_EQ(stream.str(), "abc");
 }
 
 TEST_F(ReadableFileBufferTest, AFileStreamThrowsAndThenGoesOnWhereItWas) {
