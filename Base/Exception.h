@@ -40,7 +40,9 @@ public:
     /// \param text UTF-8; bad bytes become U+FFFD; null is the empty text
     explicit ExceptionImpl(char const* text) noexcept;
 
+    /// A copy shares the text, so that it can't fail.
     ExceptionImpl(ExceptionImpl const&) noexcept = default;
+    /// As the copy.
     ExceptionImpl& operator=(ExceptionImpl const&) noexcept = default;
     ~ExceptionImpl() override;
 
@@ -57,7 +59,9 @@ public:
     /// \see Message::Message(unsigned short, int, char const*)
     StringConversionException(unsigned short domain, int id, char const* text);
 
+    /// A copy shares the text, so that it can't fail.
     StringConversionException(StringConversionException const&) noexcept = default;
+    /// As the copy.
     StringConversionException& operator=(StringConversionException const&) noexcept = default;
     ~StringConversionException() override;
 };

@@ -47,7 +47,9 @@ public:
     ///     message then reads as the system's description of the ID.
     Message(unsigned short domain, int id, char const* text);
 
+    /// A copy shares the texts until one of the two is changed, so that it can't fail.
     Message(Message const& other) noexcept;
+    /// As the copy.
     Message& operator=(Message const& other) noexcept;
     ~Message() override;
 
@@ -74,7 +76,7 @@ public:
     std::optional<int> FindID(unsigned short domain) const noexcept;
 
     /// Makes what the message held the cause of a new outermost domain, ID and text. An empty message gets no cause.
-    /// \param text UTF-8, may be null, as in the constructor
+    /// \param domain,id,text as in the constructor
     /// \return this message
     Message& WrapBy(unsigned short domain, int id, char const* text);
 

@@ -27,7 +27,9 @@ public:
 
 protected:
     ReferenceCounted() = default;
+    /// References are not copied: each object has its own.
     ReferenceCounted(ReferenceCounted const&) = default;
+    /// As the copy.
     ReferenceCounted& operator=(ReferenceCounted const&) = default;
 };
 

@@ -17,8 +17,10 @@ public:
     /// Takes over a reference that was added already, or nothing when null.
     explicit ReturnPtrI(T* pointer = nullptr) noexcept : pointer_(pointer) {}
 
+    /// Takes over the other's reference.
     ReturnPtrI(ReturnPtrI&& other) noexcept : pointer_(other.Detach()) {}
 
+    /// Releases its reference and takes over the other's.
     ReturnPtrI& operator=(ReturnPtrI&& other) noexcept {
         ReturnPtrI(std::move(other)).Swap(*this);
         return *this;

@@ -20,7 +20,9 @@ namespace WBase {
 template <class Character>
 class BasicReturnString {
 public:
+    /// How characters are measured and copied.
     using Traits = std::char_traits<Character>;
+    /// The string view of the same kind.
     using View = std::basic_string_view<Character>;
 
     /// Copies `text` up to its NUL. A null pointer counts as the empty string.
@@ -42,9 +44,11 @@ public:
     BasicReturnString(std::unique_ptr<Character[]> text, unsigned long size) noexcept
         : text_(std::move(text)), size_(text_ ? size : 0) {}
 
+    /// Takes over what the other holds.
     BasicReturnString(BasicReturnString&& other) noexcept
         : text_(std::move(other.text_)), size_(std::exchange(other.size_, 0)) {}
 
+    /// Drops its string and takes over what the other holds.
     BasicReturnString& operator=(BasicReturnString&& other) noexcept {
         text_ = std::move(other.text_);
         size_ = std::exchange(other.size_, 0);
@@ -59,6 +63,7 @@ public:
     /// The number of characters before the NUL.
     unsigned long size() const noexcept { return size_; }
 
+    /// The string as a view; valid as long as c_str().
     operator View() const noexcept { return View(c_str(), size_); }
 
 private:

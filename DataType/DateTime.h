@@ -35,7 +35,7 @@ public:
     /// The time so much later, or earlier where the span is negative.
     DateTime operator+(TimeSpan const& span) const noexcept;
 
-    int GetYear() const noexcept;
+    int GetYear() const noexcept;        ///< any, also 0 and below
     int GetMonth() const noexcept;       ///< 1 to 12
     int GetDay() const noexcept;         ///< 1 to 31
     int GetHour() const noexcept;        ///< 0 to 23
@@ -43,9 +43,12 @@ public:
     int GetSecond() const noexcept;      ///< 0 to 59
     int GetMillisecond() const noexcept; ///< 0 to 999
 
+    /// Compares to the nanosecond.
+    /// \{
     bool operator==(DateTime const& other) const noexcept;
     bool operator!=(DateTime const& other) const noexcept { return !(*this == other); }
     bool operator<(DateTime const& other) const noexcept;
+    /// \}
 
 private:
     /// Adds nanoseconds, of any size and sign.

@@ -6,8 +6,11 @@
 ///
 /// The binary interface is compatible within one major version, which is also the number in the name of the shared library.
 
+/// \{
+/// A part of the version, as a number.
 #define WFILESYSTEM_VERSION_MAJOR 1
 #define WFILESYSTEM_VERSION_MINOR 0
 #define WFILESYSTEM_VERSION_PATCH 0
+/// \}
 
 #endif

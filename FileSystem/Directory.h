@@ -28,8 +28,8 @@ public:
     ///     that exists is such a failure, also with `createParents`. What was created by then stays.
     /// \throws WBase::StringConversionException the path can't be converted
     /// \warning What lies above is found lexically, by combining with "..": where the path leads through a link, that
-    ///     need not be where the system goes. A backslash separates there, but not for the system: "a\b" creates the
-    ///     directory "a" and then one named "a\b".
+    ///     need not be where the system goes. A backslash separates there, but not for the system: `a\b` creates the
+    ///     directory `a` and then one named `a\b`.
     /// \warning Where the working directory can't be searched, nothing above a relative path is found. The climb ends
     ///     at `PATH_MAX` characters, and the failure names a path like "../../..".
     static void Create(wchar_t const* path, bool createParents);

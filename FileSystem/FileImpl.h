@@ -108,6 +108,8 @@ public:
     static int TruncateFile_ThenCloseAndGroundHandle_NoThrow(int& fd) noexcept;
 
     /// Tells whether the path names the open file: whether both have the same device and inode.
+    /// \param path the path
+    /// \param fd the open file
     /// \param out null, or the message that a failure is prepended to: "Failed to get attributes of file '…'." A path that
     ///     names nothing is no failure.
     /// \return true: it does; false: it does not, or that could not be found out

@@ -16,7 +16,7 @@ namespace WFileSystem {
 
 /// Operations on paths. The class has no state and is never made.
 ///
-/// A path is a wide string, never null. The separator is "/". Combine and what stands on it take "\" for a separator as well,
+/// A path is a wide string, never null. The separator is "/". Combine and what stands on it take `\` for a separator as well,
 /// but only "/" is ever produced and only a leading "/" makes a path absolute.
 ///
 /// A result is owned by the caller and is the only memory that an operation allocates; all can throw std::bad_alloc.
@@ -70,7 +70,7 @@ public:
     /// \throws WBase::StringConversionException the path can't be converted
     static bool IsWriteable(wchar_t const* path);
 
-    /// The path up to and with the last separator, "/" or "\", that is not its last character; empty where there is none.
+    /// The path up to and with the last separator, `/` or `\`, that is not its last character; empty where there is none.
     /// \code
     ///   "/a/b" => "/a/"    "/a/b/" => "/a/"    "/a" => "/"    "a\b" => "a\"    "a" => ""
     /// \endcode
@@ -125,13 +125,13 @@ public:
     /// \warning A directory that can't be read counts as empty.
     static std::unique_ptr<WDataType::StringCollection> GetFileNamesWithPattern(wchar_t const* pattern);
 
-    /// True when the path is absolute on the platform: for Windows, "X:\", "X:/" or "\\" at its head; for POSIX, "/".
+    /// True when the path is absolute on the platform: for Windows, `X:\`, `X:/` or `\\` at its head; for POSIX, `/`.
     static bool IsAbsoluteCrossPlatform(wchar_t const* path, EnumFileDestPlatforms platform) noexcept;
 
     /// Combine by the rules of a platform, wherever the library runs.
     ///
-    /// Windows: "/" and "\" separate and "\" is produced; ".." climbs neither above a drive nor above a network share; a second
-    /// path with one leading separator starts at the root of the first. POSIX: "/" alone separates. Any other number: nothing
+    /// Windows: `/` and `\` separate and `\` is produced; ".." climbs neither above a drive nor above a network share; a second
+    /// path with one leading separator starts at the root of the first. POSIX: `/` alone separates. Any other number: nothing
     /// separates.
     /// \code
     ///   Windows:  "C:\a\b", "..\..\.." => "C:\"        "\\srv\share\d", "..\.." => "\\srv\share"
@@ -143,10 +143,10 @@ public:
     CombineCrossPlatform(wchar_t const* first, wchar_t const* second, EnumFileDestPlatforms platform);
 };
 
-/// True when the path begins with "/" or "\": on Windows it starts at the root of the current drive.
+/// True when the path begins with `/` or `\`: on Windows it starts at the root of the current drive.
 WFILESYSTEM_EXPORT bool IsDriveRootRelative(wchar_t const* path) noexcept;
 
-/// The root of a Windows path: "X:\" or "X:/", or "\\server\share" (the whole path where that is shorter); empty for any other.
+/// The root of a Windows path: `X:\` or `X:/`, or `\\server\share` (the whole path where that is shorter); empty for any other.
 /// \throws std::bad_alloc
 WFILESYSTEM_EXPORT std::wstring GetAbsoluteRoot(wchar_t const* path);
 

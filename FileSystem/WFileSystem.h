@@ -10,6 +10,7 @@
 #include <FileSystem/FileSystem.h>
 #include <FileSystem/GenericFile.h>
 #include <FileSystem/Initializer.h>
+#include <FileSystem/Interop.h>
 #include <FileSystem/NamedPipe.h>
 #include <FileSystem/Path.h>
 #include <FileSystem/ReadableFile.h>

@@ -25,6 +25,7 @@ packages_for() {
             echo libapr1-dev libbenchmark-dev libboost-dev libboost-filesystem-dev libglib2.0-dev libpoco-dev pkg-config \
                 python3-matplotlib qtbase5-dev valgrind
             ;;
+        manual) echo doxygen mawk ;;
         check) echo binutils clang clang-format clang-tidy diffutils git pkg-config shellcheck ;;
         *) fail "no packages are known for '$1'" ;;
     esac

@@ -22,6 +22,7 @@ namespace WSynch {
 /// An integer that threads share. Only the WSynch_Atomic… functions change it; all accesses are sequentially consistent.
 class AtomicLong {
 public:
+    /// Begins with a value.
     constexpr explicit AtomicLong(int initial) noexcept : value_(initial) {}
     AtomicLong(AtomicLong const&) = delete;
     AtomicLong& operator=(AtomicLong const&) = delete;
