@@ -22,6 +22,9 @@ packages_for() {
         build) echo cmake g++ libcli11-dev ninja-build nlohmann-json3-dev ;;
         test) echo libgmock-dev libgtest-dev ;;
         check) echo binutils clang clang-format clang-tidy diffutils git pkg-config shellcheck ;;
+        interface) echo abigail-tools binutils ;;
+        package) echo binutils dpkg-dev file git gzip lintian ;;
+        clean-root) echo debootstrap gzip util-linux ;;
         *) fail "no packages are known for '$1'" ;;
     esac
 }
