@@ -27,6 +27,9 @@ packages_for() {
             ;;
         manual) echo doxygen mawk ;;
         check) echo binutils clang clang-format clang-tidy diffutils git pkg-config shellcheck ;;
+        interface) echo abigail-tools binutils ;;
+        package) echo binutils dpkg-dev file git gzip lintian ;;
+        clean-root) echo debootstrap gzip util-linux ;;
         *) fail "no packages are known for '$1'" ;;
     esac
 }
