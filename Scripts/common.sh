@@ -20,7 +20,7 @@ trap 'fail "line $LINENO failed: $BASH_COMMAND"' ERR
 packages_for() {
     case $1 in
         build) echo cmake g++ libcli11-dev ninja-build nlohmann-json3-dev ;;
-        test) echo libgmock-dev libgtest-dev ;;
+        test) echo groff-base libgmock-dev libgtest-dev mandoc ;;
         check) echo binutils clang clang-format clang-tidy diffutils git pkg-config shellcheck ;;
         *) fail "no packages are known for '$1'" ;;
     esac

@@ -5,6 +5,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cctype>
+#include <exception>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -43,7 +46,8 @@ std::vector<std::string> NamesOf(CLI::Option const& option) {
 
 /// "MS" or "posix|windows"; empty for an option without a value.
 std::string ValueOf(CLI::Option const& option) {
-    return option.get_type_size() == 0 ? "" : option.get_option_text();
+    std::string const& text = option.get_option_text();
+    return text == " " ? "" : text; // of a flag, which else would have a text of CLI11's
 }
 
 bool IsRepeated(CLI::Option const& argument) {
@@ -57,6 +61,11 @@ std::vector<std::string> SplitLines(std::string const& text) {
         lines.push_back(line);
     }
     return lines;
+}
+
+std::string ToUpper(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char letter) { return std::toupper(letter); });
+    return text;
 }
 
 std::string Join(std::vector<std::string> const& words) {
@@ -93,7 +102,7 @@ public:
         WriteVerbs(program);
         for (std::string const& paragraph : paragraphs) {
             if (std::string const label = LabelOf(paragraph); !label.empty()) {
-                page_ << ".SH " << Quoted(label) << '\n';
+                page_ << ".SH " << Quoted(ToUpper(label)) << '\n';
                 WriteParagraph(paragraph.substr(label.size() + 1));
             }
         }
@@ -241,30 +250,30 @@ private:
 // The completion
 
 constexpr char const COMPLETION_HEAD[] =
-    R"(# bash completion for wfs                                  -*- shell-script -*-
+    R"bash(# bash completion for wfs                                  -*- shell-script -*-
 
 # _wfs_describe VERB: sets the verbs of a verb, its options, those of them that have a value, and its arguments.
 _wfs_describe() {
     verbs='' options='' valued='' arguments=''
     case $1 in
-)";
+)bash";
 
-constexpr char const COMPLETION_MIDDLE[] = R"(    esac
+constexpr char const COMPLETION_MIDDLE[] = R"bash(    esac
 }
 
-# _wfs_choices VERB OPTION: prints the values that the option may have; fails where they have no names.
+# _wfs_choices VERB OPTION: prints the values that the option may have; nothing where they have no names.
 _wfs_choices() {
     case "$1 $2" in
-)";
+)bash";
 
-constexpr char const COMPLETION_TAIL[] = R"(        *) return 1 ;;
-    esac
+constexpr char const COMPLETION_TAIL[] = R"bash(    esac
 }
 
 # _wfs_reply ACTION...: replies with what compgen finds. A reply of none is final, and not followed by file names.
 _wfs_reply() {
     mapfile -t COMPREPLY < <(compgen "$@" -- "$current")
     compopt +o default 2>/dev/null
+    return 0
 }
 
 _wfs() {
@@ -278,7 +287,7 @@ _wfs() {
         word=${COMP_WORDS[index]}
         if [[ $option ]]; then
             # In --wait=5 the equals sign is a word of its own.
-            [[ $word == = ]] || option=
+            [[ $word == = ]] || option=''
         elif [[ ! $isBehindDashes && $word == -- ]]; then
             isBehindDashes=1
         elif [[ ! $isBehindDashes && $word == -?* ]]; then
@@ -294,45 +303,54 @@ _wfs() {
     done
 
     if [[ $option ]]; then
-        [[ $current != = ]] || current=
-        _wfs_reply -W "$(_wfs_choices "$verb" "$option")" return fi if [[$isHelp]];
-then _wfs_reply - W "$verbs" return fi if[[!$isBehindDashes && $current == -*]];
-then _wfs_reply - W "$options" return fi if [[$verbs]];
-then _wfs_reply -
-        W "$verbs" return fi
+        [[ $current != = ]] || current=''
+        _wfs_reply -W "$(_wfs_choices "$verb" "$option")"
+        return
+    fi
+    if [[ ! $isHelp && ! $isBehindDashes && $current == -* ]]; then
+        _wfs_reply -W "$options"
+        return
+    fi
+    if [[ $isHelp || $verbs ]]; then
+        _wfs_reply -W "$verbs"
+        return
+    fi
 
-#The last argument may be one that is repeated.
-            local -
-        a names read - ra names < < <
-    "$arguments" local name = if ((
-                                      argument < $ { #names[@] }));
-then name = ${names[argument]} elif (($ { #names[@] }))&& [[${names[-1]} == *... ]]; then
-        name=FURTHER
-        [[ ${names[-1]} == COMMAND... ]] || name=${names[-1]}
+    # The last argument may be one that is repeated.
+    local -a names
+    read -ra names <<<"$arguments"
+    local name='' last=''
+    ((${#names[@]} == 0)) || last=${names[-1]}
+    if ((argument < ${#names[@]})); then
+        name=${names[argument]}
+    elif [[ $last == COMMAND... ]]; then
+        name=PATH # an argument of the command may be one
+    elif [[ $last == *... ]]; then
+        name=$last
     fi
     case $name in
-        '') _wfs_reply -W '' ;
-;
+        '') _wfs_reply -W '' ;;
         COMMAND...)
-            if [[ $isBehindDashes ]];
-        then _wfs_reply - c else _wfs_reply - W '--' fi;
-        ;
+            if [[ $isBehindDashes ]]; then
+                _wfs_reply -c
+            else
+                _wfs_reply -W '--'
+            fi
+            ;;
         DIRECTORY...)
             compopt -o filenames 2>/dev/null
             _wfs_reply -d
-            ;
-        ;
+            ;;
         *)
-#Where this finds nothing, because there are quotes in the word, bash looks for file names itself.
+            # Where this finds nothing, because there are quotes in the word, bash looks for file names itself.
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
-            ;
-        ;
-        esac
-        }
+            ;;
+    esac
+}
 
 complete -o default -F _wfs wfs
-)";
+)bash";
 
 class Completion {
 public:
@@ -389,9 +407,7 @@ private:
             if (choices.find('|') == std::string::npos) {
                 continue;
             }
-            for (char& character : choices) {
-                character = character == '|' ? ' ' : character;
-            }
+            std::replace(choices.begin(), choices.end(), '|', ' ');
             for (std::string const& name : NamesOf(*option)) {
                 script_ << "        '" << Wfs::GetFullName(verb) << ' ' << name << "') echo '" << choices << "' ;;\n";
             }
@@ -416,11 +432,10 @@ void Write(std::string const& path, std::string const& text) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
-        std::cerr << "Usage: wfsDescribe MANUAL-PAGE DATE COMPLETION\n";
-        return Wfs::WRONG_USAGE;
-    }
     try {
+        if (argc != 4) {
+            throw std::runtime_error("to be called with a manual page, its date, and a completion");
+        }
         Wfs::CommandLine const commandLine;
         Write(argv[1], ManualPage(commandLine.GetProgram(), argv[2]).GetText());
         Write(argv[3], Completion(commandLine.GetProgram()).GetText());
