@@ -59,7 +59,7 @@ struct Call {
     unsigned int group = 0;       ///< of `chown`
     struct sigaction action = {}; ///< of `sigaction`, as passed in
     timespec deadline = {};       ///< of `pthread_cond_timedwait`
-    /// What the call reads or fills: the buffer, `struct stat`, lock record, `timeval`, mutex, the time left to sleep...
+    /// What the call reads or fills: the buffer, `struct stat`, lock record, `timeval`, `timespec`, mutex, the time left to sleep...
     void* data = nullptr;
     FILE* stream = nullptr; ///< of the stream functions
     std::string details;    ///< the arguments but for the descriptor, as they are shown
@@ -81,7 +81,8 @@ public:
     /// Which functions are recorded: names with a space between them. Rules also work on functions that are not recorded.
     static char const* const FILE_CALLS;   ///< descriptors, paths, streams, sigaction, the sleeping functions (default)
     static char const* const THREAD_CALLS; ///< pthread_mutex_..., pthread_cond_..., gettimeofday
-    static char const* const EVERY_CALL;   ///< both, and getenv
+    /// Both, and getenv. clock_gettime, which every wait of a test calls as well, is recorded where it is named only.
+    static char const* const EVERY_CALL;
 
     class Rule;
 

@@ -3,8 +3,11 @@
 
 #include <gmock/gmock.h>
 
+#include <map>
+
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using TestSupport::ProgramResult;
@@ -13,7 +16,16 @@ using CommandLineTest = WfsTest;
 
 constexpr int WRONG_USAGE = 2;
 
-constexpr char const* VERBS[] = {"cat", "help"};
+constexpr char const* VERBS[] = {"cat",  "put",   "copy",  "move", "delete", "stat", "lock",
+                                 "list", "mkdir", "rmdir", "path", "pipe",   "help"};
+
+std::string Join(std::vector<std::string> const& words) {
+    std::string text;
+    for (std::string const& word : words) {
+        text += (text.empty() ? "" : " ") + word;
+    }
+    return text;
+}
 
 TEST_F(CommandLineTest, VersionIsThatOfTheLibrary) {
     ProgramResult const result = Run({"--version"});
@@ -27,7 +39,7 @@ TEST_F(CommandLineTest, VersionIsThatOfTheLibrary) {
 
 TEST_F(CommandLineTest, HelpListsTheVerbsAndTheStatuses) {
     ProgramResult const result = Run({"help"});
-    EXPECT_THAT(result.output, HasSubstr("Usage: wfs [OPTIONS] [VERB]\n"));
+    EXPECT_THAT(result.output, HasSubstr("Usage: wfs [OPTIONS] VERB\n"));
     for (std::string const verb : VERBS) {
         EXPECT_THAT(result.output, HasSubstr("\n  " + verb + " "));
     }
@@ -42,13 +54,39 @@ TEST_F(CommandLineTest, HelpIsTheSameAsAVerbAndAsAnOption) {
     EXPECT_EQ(Run({"-h"}).output, help);
 }
 
-TEST_F(CommandLineTest, HelpOfEachVerbHasItsUsageAndAnExample) {
-    for (std::string const verb : VERBS) {
-        ProgramResult const result = Run({"help", verb});
-        EXPECT_THAT(result.output, HasSubstr("Usage: wfs " + verb + " "));
-        EXPECT_THAT(result.output, HasSubstr("\nExample"));
+TEST_F(CommandLineTest, HelpOfEachVerbHasItsUsageStatusesAndAnExample) {
+    for (Arguments const& verb : AllVerbs()) {
+        Arguments byVerb = verb;
+        byVerb.insert(byVerb.begin(), "help");
+        ProgramResult const result = Run(byVerb);
+        EXPECT_THAT(result.output, HasSubstr("Usage: wfs " + Join(verb) + " [OPTIONS] "));
+        EXPECT_THAT(result.output, HasSubstr("\nExit status: "));
+        EXPECT_THAT(result.output, ContainsRegex("\nExample:[^\n]*\n  .*wfs " + Join(verb)));
         EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(Run({verb, "--help"}).output, result.output);
+        Arguments byOption = verb;
+        byOption.emplace_back("--help");
+        EXPECT_EQ(Run(byOption).output, result.output);
+    }
+}
+
+TEST_F(CommandLineTest, AnOptionHasTheSameValueInEachVerb) {
+    std::map<std::string, std::string> values;
+    for (Arguments const& verb : AllVerbs()) {
+        for (std::string const& option : OptionsOf(verb)) {
+            std::string const name = option.substr(0, option.find(' '));
+            EXPECT_EQ(values.emplace(name, option).first->second, option) << Join(verb);
+        }
+    }
+    EXPECT_EQ(values["--wait"], "--wait MS");
+}
+
+TEST_F(CommandLineTest, AnUnknownOptionIsWrongUsageOfEachVerb) {
+    for (Arguments const& verb : AllVerbs()) {
+        Arguments arguments = verb;
+        arguments.insert(arguments.end(), {"--bogus", "a", "b"});
+        ProgramResult const result = Run(arguments);
+        EXPECT_THAT(result.errors, HasSubstr("\nTry: wfs help " + Join(verb) + '\n'));
+        EXPECT_EQ(result.status, WRONG_USAGE) << Join(verb);
     }
 }
 
@@ -72,7 +110,9 @@ TEST_F(CommandLineTest, WrongUsageIsReportedWithStatus2) {
              {{"--lines"}, "wfs: The following argument was not expected: --lines\nTry: wfs help\n"},
              {{"help", "dog"}, "wfs: there is no verb 'dog'\nTry: wfs help help\n"},
              {{"help", "[a,b]"}, "wfs: there is no verb '[a,b]'\nTry: wfs help help\n"},
-             {{"help", "cat", "cat"}, "wfs: The following argument was not expected: cat\nTry: wfs help help\n"},
+             {{"help", "cat", "cat"}, "wfs: there is no verb 'cat cat'\nTry: wfs help help\n"},
+             {{"pipe"}, "wfs: a verb is missing\nTry: wfs help pipe\n"},
+             {{"pipe", "call"}, "wfs: BASE is required\nTry: wfs help pipe call\n"},
              {{"cat"}, "wfs: PATH is required\nTry: wfs help cat\n"},
              {{"cat", "--bogus", "x"}, "wfs: The following argument was not expected: --bogus\nTry: wfs help cat\n"},
              {{"cat", "--no-wait", "--wait", "1", "x"}, "wfs: --no-wait excludes --wait\nTry: wfs help cat\n"}}) {
@@ -103,7 +143,7 @@ TEST_F(CommandLineTest, HelpAndVersionThatCannotBeWrittenFail) {
     if (!TestSupport::Exists("/dev/full")) {
         GTEST_SKIP() << "This system has no /dev/full.";
     }
-    for (std::string const arguments : {"--version", "--help", "help", "help cat"}) {
+    for (std::string const arguments : {"--version", "--help", "help", "help cat", "pipe call --help"}) {
         ProgramResult const result = RunScript("\"$WFS\" " + arguments + " >/dev/full");
         EXPECT_THAT(result.errors, StartsWith("wfs: standard output: "));
         EXPECT_EQ(result.status, 1);

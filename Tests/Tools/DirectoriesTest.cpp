@@ -55,6 +55,14 @@ TEST_F(DirectoriesTest, ListOfNothingIsASuccess) {
     EXPECT_EQ(result.status, SUCCESS);
 }
 
+TEST_F(DirectoriesTest, ListPrintsJson) {
+    for (char const* const name : {"a\nb", "\u00E4", "c"}) {
+        Write(name, "");
+    }
+    EXPECT_EQ(Run({"list", "--json", "[!c]*", "missing", "c"}).output, "[\n  \"a\\nb\",\n  \"\u00E4\",\n  \"c\"\n]\n");
+    EXPECT_EQ(Run({"list", "--json", "missing"}).output, "[]\n");
+}
+
 // mkdir
 
 TEST_F(DirectoriesTest, MkdirCreatesEachDirectory) {

@@ -1,9 +1,13 @@
+#include <Tests/Support/Terminal.h>
 #include <Tests/Tools/WfsProgram.h>
 
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -113,9 +117,80 @@ TEST_F(FilesTest, CopyReportsATargetThatCannotBeClosed) {
     EXPECT_EQ(result.status, FAILURE);
 }
 
-TEST_F(FilesTest, CopyShowsNoProgressWhereThereIsNoTerminal) {
-    Write("from", std::string(1'000'000, 'x'));
-    EXPECT_EQ(Run({"copy", "from", "to"}).errors, "");
+class ProgressTest : public FilesTest {
+protected:
+    static constexpr std::size_t MEBIBYTE = 1024UL * 1024;
+
+    /// Copies four MiB, which are 16 blocks; by the program's clock a look at it takes so many milliseconds.
+    ProgramResult CopySlowly(long milliseconds, Prepare const& prepare) {
+        Write("from", std::string(4 * MEBIBYTE, 'x'));
+        Meanwhile const read = [this](Child&) { shown_ = terminal_.ReadToEnd(); };
+        return RunObserved(
+            {"copy", "from", "to"},
+            [&](Recorder& recorder, Child::Parent& parent) {
+                prepare(recorder, parent);
+                auto const time = std::make_shared<long>(0);
+                recorder.On("clock_gettime").After([time, milliseconds](Call& call) {
+                    *time += milliseconds;
+                    timespec const now = {*time / 1000, *time % 1000 * 1'000'000};
+                    *static_cast<timespec*>(call.data) = now;
+                });
+            },
+            read);
+    }
+
+    /// Makes standard error of the program the terminal.
+    Prepare UseTerminal() const {
+        return [this](Recorder&, Child::Parent&) {
+            ::dup2(terminal_.Get(), STDERR_FILENO);
+            ::unsetenv("TERM");
+        };
+    }
+
+    TestSupport::Terminal terminal_;
+    std::string shown_;
+};
+
+std::string Bar(int filled, std::string const& mebibytes) {
+    auto const size = static_cast<std::size_t>(filled);
+    return "\r[" + std::string(size, '#') + std::string(40 - size, ' ') + "] " + mebibytes + " MiB of 4";
+}
+
+TEST_F(ProgressTest, ACopyShowsItFromTheSecondSecondOnAndTakesItAway) {
+    // The first look is at the beginning, the fifth a second later, at the fourth block.
+    EXPECT_EQ(CopySlowly(250, UseTerminal()).status, SUCCESS);
+    std::string expected;
+    for (int block = 4; block <= 16; ++block) {
+        expected += Bar(40 * block / 16, std::to_string(block / 4));
+    }
+    EXPECT_EQ(shown_, expected + "\r\033[K");
+}
+
+TEST_F(ProgressTest, ItIsRenewedEvery100MillisecondsAtMost) {
+    // The twelfth block is the first after a second. The clock is looked at again when the bar is there, and at the next block
+    // it is 90 milliseconds later.
+    EXPECT_EQ(CopySlowly(90, UseTerminal()).status, SUCCESS);
+    EXPECT_EQ(shown_, Bar(30, "3") + Bar(35, "3") + Bar(40, "4") + "\r\033[K");
+}
+
+TEST_F(ProgressTest, AShortCopyShowsNone) {
+    EXPECT_EQ(CopySlowly(10, UseTerminal()).status, SUCCESS);
+    EXPECT_EQ(shown_, "");
+}
+
+TEST_F(ProgressTest, ADumbTerminalShowsNone) {
+    Prepare const use = UseTerminal();
+    CopySlowly(1000, [use](Recorder& recorder, Child::Parent& parent) {
+        use(recorder, parent);
+        ::setenv("TERM", "dumb", 1);
+    });
+    EXPECT_EQ(shown_, "");
+}
+
+TEST_F(ProgressTest, AFileShowsNone) {
+    ProgramResult const result = CopySlowly(1000, [](Recorder&, Child::Parent&) {});
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.status, SUCCESS);
 }
 
 // move
@@ -229,15 +304,6 @@ TEST_F(FilesTest, AMissingPathIsWrongUsage) {
     for (Arguments const& arguments : std::vector<Arguments>{
              {"copy"}, {"copy", "from"}, {"copy", "a", "b", "c"}, {"move", "from"}, {"delete"}, {"stat"}}) {
         EXPECT_EQ(Run(arguments).status, WRONG_USAGE) << arguments[0];
-    }
-}
-
-TEST_F(FilesTest, EachVerbHasAHelpWithAnExample) {
-    for (std::string const verb : {"put", "copy", "move", "delete", "stat", "lock", "list", "mkdir", "rmdir", "path"}) {
-        ProgramResult const result = Run({"help", verb});
-        EXPECT_THAT(result.output, HasSubstr("Example"));
-        EXPECT_THAT(result.output, HasSubstr("\n  wfs " + verb + " "));
-        EXPECT_EQ(Run({verb, "--help"}).output, result.output);
     }
 }
 

@@ -18,6 +18,7 @@ constexpr int SUCCESS = 0;
 constexpr int FAILURE = 1;
 constexpr int WRONG_USAGE = 2;
 constexpr int LOCK_NOT_OBTAINED = 75;
+constexpr int NOT_STARTED = 127;
 
 class LockTest : public WfsTest {
 protected:
@@ -134,7 +135,7 @@ TEST_F(LockTest, IgnoresTheKeyboardsSignalsWhileTheCommandDoesNot) {
 TEST_F(LockTest, ReportsACommandThatCannotBeStarted) {
     ProgramResult const result = RunLocked({}, {"./missing"});
     EXPECT_EQ(result.errors, "wfs: 'file': './missing' can't be started: No such file or directory\n");
-    EXPECT_EQ(result.status, FAILURE);
+    EXPECT_EQ(result.status, NOT_STARTED);
 }
 
 TEST_F(LockTest, AMissingCommandIsWrongUsage) {

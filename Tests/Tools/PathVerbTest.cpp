@@ -61,6 +61,20 @@ TEST_F(PathVerbTest, ABadArgumentLeavesNothingCombined) {
     EXPECT_EQ(result.status, FAILURE);
 }
 
+TEST_F(PathVerbTest, JsonIsAnArrayOfTheResults) {
+    EXPECT_EQ(
+        Run({"path", "basename", "--json", "x/\u00E4", "y/\"\n\\"}).output, "[\n  \"\u00E4\",\n  \"\\\"\\n\\\\\"\n]\n");
+    EXPECT_EQ(Run({"path", "is-absolute", "--json", "/", "a"}).output, "[\n  true,\n  false\n]\n");
+    EXPECT_EQ(Run({"path", "combine", "--json", "a", "b"}).output, "[\n  \"a/b\"\n]\n");
+}
+
+TEST_F(PathVerbTest, JsonStaysWholeAfterAFailure) {
+    ProgramResult const result = Run({"path", "basename", "--json", "\xFF", "a/b"});
+    EXPECT_EQ(result.output, "[\n  \"b\"\n]\n");
+    EXPECT_EQ(result.status, FAILURE);
+    EXPECT_EQ(Run({"path", "combine", "--json", "a", "\xFF"}).output, "[]\n");
+}
+
 TEST_F(PathVerbTest, WhatIsNoOperationOrPlatformIsWrongUsage) {
     for (Arguments const& arguments : std::vector<Arguments>{
              {"path"},

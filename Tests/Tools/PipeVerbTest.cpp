@@ -198,9 +198,31 @@ TEST_F(PipeVerbTest, AServerReplacesWhatADeadOneLeft) {
 TEST_F(PipeVerbTest, CallGivesUpWhenNoServerAnswersInTime) {
     Write("b.Lock", "");
     ASSERT_EQ(::mkfifo((scratch_ / "b.ServerReader").c_str(), 0600), 0);
-    ProgramResult const result = Run({"pipe", "call", "b", "--timeout", "1"});
+    ProgramResult const result = Run({"pipe", "call", "b", "--wait", "10"});
     EXPECT_EQ(result.errors, "wfs: No server answered in time.\n");
     EXPECT_EQ(result.status, NO_ANSWER);
+}
+
+TEST_F(PipeVerbTest, CallWithoutTimeGivesUpAtOnce) {
+    Write("b.Lock", "");
+    ASSERT_EQ(::mkfifo((scratch_ / "b.ServerReader").c_str(), 0600), 0);
+    EXPECT_EQ(Run({"pipe", "call", "b", "--wait", "0"}).status, NO_ANSWER);
+}
+
+TEST_F(PipeVerbTest, CallThatIsAnsweredInTimeSucceeds) {
+    Serve("cat");
+    ProgramResult const result =
+        TestSupport::RunProgram(Command({"pipe", "call", "--wait", "20000", "b"}), "text", Options());
+    EXPECT_EQ(result.output, "text");
+    EXPECT_EQ(result.status, SUCCESS);
+}
+
+TEST_F(PipeVerbTest, CallEndsQuietlyWhenItsReaderIsGone) {
+    Serve("cat");
+    ProgramResult const result =
+        RunScript("mkfifo lost; exec 3<>lost 4>lost 3<&-; echo text | { \"$WFS\" pipe call b >&4; echo $?; }");
+    EXPECT_EQ(result.output, std::to_string(128 + SIGPIPE) + "\n");
+    EXPECT_EQ(result.errors, "");
 }
 
 TEST_F(PipeVerbTest, CallFailsWhereThereNeverWasAServer) {
@@ -222,7 +244,7 @@ TEST_F(PipeVerbTest, WhatIsMissingIsWrongUsage) {
              {"pipe", "call"},
              {"pipe", "serve"},
              {"pipe", "serve", "b"},
-             {"pipe", "call", "b", "--timeout=soon"},
+             {"pipe", "call", "b", "--wait=soon"},
              {"pipe", "serve", "b", "--pause=-1", "--", "cat"}}) {
         EXPECT_EQ(Run(arguments).status, WRONG_USAGE);
     }

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <fcntl.h>
+#include <sstream>
 #include <unistd.h>
 
 using TestSupport::Child;
@@ -18,6 +19,22 @@ void PrintFailures() {
     for (int index = 0; index < result.total_part_count(); ++index) {
         std::fprintf(stderr, "%s\n", result.GetTestPartResult(index).message());
     }
+}
+
+/// The first column of a table in a help.
+std::vector<std::string> FirstColumn(std::string const& help, std::string const& title) {
+    std::vector<std::string> names;
+    std::istringstream lines(help);
+    std::string line;
+    while (std::getline(lines, line) && line != title) {
+    }
+    while (std::getline(lines, line) && !line.empty()) {
+        std::string const name = line.substr(2, line.find("  ", 2) - 2);
+        if (!name.empty()) { // a long name has a line of its own
+            names.push_back(name);
+        }
+    }
+    return names;
 }
 
 } // namespace
@@ -42,6 +59,31 @@ TestSupport::ProgramOptions WfsTest::Options() const {
 
 ProgramResult WfsTest::Run(Arguments const& arguments) const {
     return TestSupport::RunProgram(Command(arguments), "", Options());
+}
+
+std::string WfsTest::HelpOf(Arguments const& verb) const {
+    Arguments arguments = verb;
+    arguments.insert(arguments.begin(), "help");
+    return Run(arguments).output;
+}
+
+void WfsTest::AddVerbsOf(Arguments const& verb, std::vector<Arguments>& verbs) const {
+    for (std::string const& name : FirstColumn(HelpOf(verb), "Verbs:")) {
+        Arguments part = verb;
+        part.push_back(name);
+        verbs.push_back(part);
+        AddVerbsOf(part, verbs);
+    }
+}
+
+std::vector<WfsTest::Arguments> WfsTest::AllVerbs() const {
+    std::vector<Arguments> verbs;
+    AddVerbsOf({}, verbs);
+    return verbs;
+}
+
+std::vector<std::string> WfsTest::OptionsOf(Arguments const& verb) const {
+    return FirstColumn(HelpOf(verb), "Options:");
 }
 
 ProgramResult WfsTest::RunScript(std::string const& script) const {

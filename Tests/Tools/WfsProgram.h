@@ -35,6 +35,12 @@ protected:
     /// Runs the built program.
     TestSupport::ProgramResult Run(Arguments const& arguments) const;
 
+    /// The words of each verb, as the help lists them, those that belong to another one as well: {"pipe", "call"}.
+    std::vector<Arguments> AllVerbs() const;
+
+    /// The names of a verb's options, as its help lists them, with their values: "--wait MS".
+    std::vector<std::string> OptionsOf(Arguments const& verb) const;
+
     /// Runs a shell script, in which "$WFS" is the built program.
     TestSupport::ProgramResult RunScript(std::string const& script) const;
 
@@ -45,6 +51,10 @@ protected:
         Arguments const& arguments, Prepare const& prepare, Meanwhile const& meanwhile = [](auto&) {}) const;
 
     TestSupport::ScratchDirectory const scratch_;
+
+private:
+    std::string HelpOf(Arguments const& verb) const;
+    void AddVerbsOf(Arguments const& verb, std::vector<Arguments>& verbs) const;
 };
 
 /// Holds the exclusive record lock of a file, by this process, for a scope.

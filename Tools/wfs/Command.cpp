@@ -9,7 +9,7 @@
 namespace Wfs {
 
 void AddCommand(CLI::App& verb, std::vector<std::string>& command) {
-    verb.add_option("COMMAND", command, "The command and its arguments, behind --")
+    verb.add_option("COMMAND", command, "The command and its arguments")
         ->required()
         ->option_text("...")
         ->transform(Unshield);
@@ -25,7 +25,6 @@ std::vector<char*> ArgumentsOf(std::vector<std::string> const& command) {
 }
 
 int WaitForEnd(pid_t child) {
-    constexpr int KILLED = 128;
     int status = 0;
     if (WPDCHeader::RetryWhileInterrupted([&] { return ::waitpid(child, &status, 0); }) == -1) {
         throw std::system_error(errno, std::generic_category(), "the end of a command can't be seen");

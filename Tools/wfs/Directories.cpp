@@ -3,8 +3,8 @@
 #include <Base/Conversion.h>
 #include <FileSystem/Directory.h>
 #include <FileSystem/Path.h>
-#include <Tools/wfs/Output.h>
 #include <Tools/wfs/Paths.h>
+#include <Tools/wfs/Results.h>
 #include <Tools/wfs/Verb.h>
 
 #include <memory>
@@ -19,17 +19,27 @@ namespace {
 using WFileSystem::Directory;
 using WFileSystem::Path;
 
+struct ListOptions {
+    std::vector<std::string> patterns;
+    Results results;
+};
+
+ExitStatus List(ListOptions& options) {
+    ExitStatus const status = ForEachPath(options.patterns, [&](wchar_t const* pattern) {
+        std::unique_ptr<WDataType::StringCollection> const names = Path::GetFileNamesWithPattern(pattern);
+        for (unsigned long index = 0; index < names->GetCount(); ++index) {
+            options.results.Add(WBase::WideCharToUTF8(names->GetAt(index), false).c_str());
+        }
+    });
+    options.results.Finish();
+    return status;
+}
+
 Work DefineList(CLI::App& verb) {
-    auto const patterns = std::make_shared<std::vector<std::string>>();
-    AddPaths(verb, *patterns, "PATTERN", "The patterns, quoted so that the shell leaves them alone");
-    return [patterns] {
-        return ForEachPath(*patterns, [](wchar_t const* pattern) {
-            std::unique_ptr<WDataType::StringCollection> const names = Path::GetFileNamesWithPattern(pattern);
-            for (unsigned long index = 0; index < names->GetCount(); ++index) {
-                WriteOutput(WBase::WideCharToUTF8(names->GetAt(index), false).c_str() + std::string("\n"));
-            }
-        });
-    };
+    auto const options = std::make_shared<ListOptions>();
+    AddPaths(verb, options->patterns, "PATTERN", "The patterns, quoted so that the shell leaves them alone");
+    options->results.AddOption(verb, "texts");
+    return [options] { return List(*options); };
 }
 
 struct DirectoryOptions {
@@ -39,7 +49,7 @@ struct DirectoryOptions {
 
 Work DefineMkdir(CLI::App& verb) {
     auto const options = std::make_shared<DirectoryOptions>();
-    AddPaths(verb, options->paths, "PATH", "The directories");
+    AddPaths(verb, options->paths, "DIRECTORY", "The directories");
     verb.add_flag("--parents", options->isDeep, "Create missing parents as well")->option_text(" ");
     return [options] {
         return ForEachPath(options->paths, [&](wchar_t const* path) { Directory::Create(path, options->isDeep); });
@@ -84,7 +94,7 @@ std::string Divide(std::string text) {
 
 Work DefineRmdir(CLI::App& verb) {
     auto const options = std::make_shared<DirectoryOptions>();
-    AddPaths(verb, options->paths, "PATH", "The directories");
+    AddPaths(verb, options->paths, "DIRECTORY", "The directories");
     verb.add_flag("--recursive", options->isDeep, "Delete all that is in them first")->option_text(" ");
     return [options] {
         return ForEachPath(options->paths, [&](wchar_t const* path) {
@@ -105,8 +115,9 @@ Verb const LIST = {
     "list", "List the paths that match patterns",
     R"(In a pattern * stands for any text, ? for one character, and [...] for one of
 these. Names that begin with a dot match only a pattern that spells the dot. A
-backslash separates names as / does. The paths come sorted, one on a line; a name
-that is not UTF-8 is left out. A pattern without a match lists nothing.
+backslash separates names as / does. The paths of a pattern come sorted, one on a
+line; a name that is not UTF-8 is left out. A pattern without a match lists nothing.
+After a failure it goes on with the next pattern.
 
 Exit status: 0 success; 1 a failure; 2 wrong usage.
 

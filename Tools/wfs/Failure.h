@@ -14,7 +14,9 @@ enum ExitStatus : int {
     SUCCESS = 0,
     FAILURE = 1,
     WRONG_USAGE = 2,
-    LOCK_NOT_OBTAINED = 75 ///< a temporary failure, as in sysexits.h: try again later
+    LOCK_NOT_OBTAINED = 75, ///< a temporary failure, as in sysexits.h: try again later
+    NOT_STARTED = 127,      ///< a command, as with the shell
+    KILLED = 128            ///< a command; to this the signal's number is added
 };
 
 /// A failure that concerns one path. The report adds the path.
@@ -38,7 +40,8 @@ public:
 /// Any text as valid UTF-8; bad bytes become U+FFFD.
 std::string ToUTF8(std::string const& text);
 
-/// Writes "wfs: text" to standard error.
+/// Writes "wfs: text" to standard error. On a terminal the program's name is red, also in the lines of the text that begin with
+/// it.
 void Report(std::string const& text);
 
 /// Writes "wfs: text", or "wfs: 'path': text" where the text does not name the path as it was given.

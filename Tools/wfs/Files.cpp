@@ -6,12 +6,10 @@
 #include <FileSystem/File.h>
 #include <FileSystem/FileImpl.h>
 #include <FileSystem/Path.h>
-#include <Tools/wfs/Output.h>
 #include <Tools/wfs/Paths.h>
 #include <Tools/wfs/Progress.h>
+#include <Tools/wfs/Results.h>
 #include <Tools/wfs/Verb.h>
-
-#include <nlohmann/json.hpp>
 
 #include <cstdio>
 #include <memory>
@@ -113,7 +111,7 @@ Work DefineDelete(CLI::App& verb) {
 
 struct StatOptions {
     std::vector<std::string> paths;
-    bool asJson = false;
+    Results results;
 };
 
 nlohmann::ordered_json Describe(wchar_t const* path) {
@@ -133,7 +131,7 @@ nlohmann::ordered_json Describe(wchar_t const* path) {
     return description;
 }
 
-void WriteAsText(std::string const& path, nlohmann::ordered_json const& description) {
+std::string ToText(std::string const& path, nlohmann::ordered_json const& description) {
     std::string text = path + '\n';
     for (auto const& [name, value] : description.items()) {
         text += "  " + name + ": ";
@@ -142,32 +140,25 @@ void WriteAsText(std::string const& path, nlohmann::ordered_json const& descript
                                     : value.dump();
         text += '\n';
     }
-    WriteOutput(text);
+    return text;
 }
 
-ExitStatus Stat(StatOptions const& options) {
-    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+ExitStatus Stat(StatOptions& options) {
     ExitStatus const status = ForEachPath(options.paths, [&](wchar_t const* path) {
-        nlohmann::ordered_json const description = Describe(path);
         std::string const name = WBase::WideCharToUTF8(path, false).c_str();
-        if (options.asJson) {
-            nlohmann::ordered_json entry = {{"path", name}};
-            entry.update(description);
-            all.push_back(std::move(entry));
-        } else {
-            WriteAsText(name, description);
-        }
+        nlohmann::ordered_json const description = Describe(path);
+        nlohmann::ordered_json result = {{"path", name}};
+        result.update(description);
+        options.results.Add(result, ToText(name, description));
     });
-    if (options.asJson) {
-        WriteOutput(all.dump(2) + '\n');
-    }
+    options.results.Finish();
     return status;
 }
 
 Work DefineStat(CLI::App& verb) {
     auto const options = std::make_shared<StatOptions>();
     AddPaths(verb, options->paths);
-    verb.add_flag("--json", options->asJson, "Print a JSON array with an object for each file")->option_text(" ");
+    options->results.AddOption(verb, "objects");
     return [options] { return Stat(*options); };
 }
 
@@ -209,6 +200,9 @@ Verb const STAT = {
     R"(Links are followed. The size is in bytes, the time in UTC; times after 19 January
 2038 come out wrong. Readable and writeable are for the user who asks. After a
 failure it goes on with the next path.
+
+The objects of --json have the members path, size, modified, kind ("file",
+"directory" or "other"), readable and writeable.
 
 Exit status: 0 all are told about; 1 a failure; 2 wrong usage.
 

@@ -128,7 +128,8 @@ int RunCommand(std::vector<std::string> const& command) {
         SignalsForCommand const signals;
         int const error = signals.Start(arguments.data(), child);
         if (error != 0) {
-            throw Failure("'" + command[0] + "' can't be started: " + std::generic_category().message(error));
+            throw Failure(
+                "'" + command[0] + "' can't be started: " + std::generic_category().message(error), NOT_STARTED);
         }
         // The process stays as it is, so that no signal is passed on to another one that gets its number.
         siginfo_t end;
@@ -169,7 +170,8 @@ that asks for a lock on the same file waits for ever. SIGTERM and SIGHUP are
 passed on to the command, and the lock is dropped after its end.
 
 Exit status: that of the command, or 128 and the number of the signal that ended
-it; 75 the lock was not obtained in time; 1 any other failure; 2 wrong usage.
+it, or 127 where it can't be started; 75 the lock was not obtained in time; 1 any
+other failure; 2 wrong usage.
 
 Example: let only one backup run at a time
   wfs lock --no-wait /run/lock/backup -- rsync -a /home/ /backup/)",

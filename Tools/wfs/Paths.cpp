@@ -15,7 +15,7 @@ std::string Shield(std::string argument) {
 }
 
 std::string Unshield(std::string const& argument) {
-    return argument.c_str();
+    return argument.substr(0, argument.find('\0'));
 }
 
 void AddPaths(CLI::App& verb, std::vector<std::string>& paths, char const* name, char const* description) {

@@ -25,8 +25,10 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <spawn.h>
 #include <string>
+#include <sys/time.h>
 #include <system_error>
 #include <vector>
 
@@ -197,7 +199,6 @@ std::string ReadAll(FILE* stream) {
 
 /// Runs the command with the request as its standard input. Files stand between, so that neither side waits for the other.
 Result RunCommand(std::vector<std::string> const& command, std::string const& request) {
-    constexpr unsigned int CANT_BE_STARTED = 127;
     StreamPtr const input = MakeTemporaryStream();
     StreamPtr const output = MakeTemporaryStream();
     WFileSystem::File::Write(input.get(), static_cast<void const*>(request.data()), request.size());
@@ -214,7 +215,7 @@ Result RunCommand(std::vector<std::string> const& command, std::string const& re
     ::posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
         Report("'" + command[0] + "' can't be started: " + std::generic_category().message(error));
-        return {CANT_BE_STARTED, ""};
+        return {NOT_STARTED, ""};
     }
     auto const status = static_cast<unsigned int>(WaitForEnd(child));
     std::rewind(output.get());
@@ -415,7 +416,7 @@ ExitStatus Serve(ServeOptions const& options) {
 
 struct CallOptions {
     std::string base;
-    unsigned int timeout = 0; ///< in seconds; 0: none
+    std::optional<unsigned long> milliseconds; ///< how long to wait; nothing: without limit
 };
 
 /// Gives up in the middle of whatever the client waits for: no call of the library's ends by itself.
@@ -425,11 +426,16 @@ void GiveUp(int /*signal*/) {
     ::_exit(LOCK_NOT_OBTAINED);
 }
 
-void StartTimeout(unsigned int seconds) {
+void StartTimeout(unsigned long milliseconds) {
     struct sigaction giveUp = {};
     giveUp.sa_handler = GiveUp;
     ::sigaction(SIGALRM, &giveUp, nullptr);
-    ::alarm(seconds);
+    // A timer of no time would be none.
+    unsigned long const time = std::max(milliseconds, 1UL);
+    itimerval timer = {};
+    timer.it_value.tv_sec = static_cast<time_t>(time / 1000);
+    timer.it_value.tv_usec = static_cast<suseconds_t>(time % 1000 * 1000);
+    ::setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
 /// Disconnects at the end, also after a failure.
@@ -496,8 +502,8 @@ ExitStatus Call(CallOptions const& options) {
         if (request.size() > LONGEST_MESSAGE) {
             throw Failure("The request is longer than 256 MiB.");
         }
-        if (options.timeout > 0) {
-            StartTimeout(options.timeout);
+        if (options.milliseconds) {
+            StartTimeout(*options.milliseconds);
         }
         try {
             bool isAnswered = false;
@@ -510,7 +516,8 @@ ExitStatus Call(CallOptions const& options) {
         } catch (NamedPipe::NamedPipeError const& error) {
             throw Failure(error.GetMessage());
         }
-        ::alarm(0);
+        itimerval const none = {};
+        ::setitimer(ITIMER_REAL, &none, nullptr);
         WriteOutput(result.output);
     });
     return status == SUCCESS ? static_cast<ExitStatus>(result.status) : status;
@@ -527,49 +534,69 @@ void AddSeconds(CLI::App& verb, char const* name, Seconds& seconds, char const* 
         ->check(CheckNumber);
 }
 
-Work DefinePipe(CLI::App& verb) {
-    verb.require_subcommand(1);
-    auto const serveOptions = std::make_shared<ServeOptions>();
-    CLI::App* const serve = verb.add_subcommand("serve", "Run a command for each request");
-    AddPath(*serve, "BASE", serveOptions->base, "The path from which the names of the channel's files are made");
-    AddCommand(*serve, serveOptions->command);
+Work DefineServe(CLI::App& verb) {
+    auto const options = std::make_shared<ServeOptions>();
+    AddPath(verb, "BASE", options->base, "The path from which the names of the channel's files are made");
+    AddCommand(verb, options->command);
     AddSeconds(
-        *serve, "--pause", serveOptions->pause,
+        verb, "--pause", options->pause,
         "Sleep so long between two looks at the channel (1); 0 keeps a processor busy");
-    AddSeconds(*serve, "--idle", serveOptions->idle, "Give up a client that was not heard of for so long (10)");
-    serve->add_flag("--once", serveOptions->once, "End after one request")->option_text(" ");
-
-    auto const callOptions = std::make_shared<CallOptions>();
-    CLI::App* const call = verb.add_subcommand("call", "Send standard input as a request, and print the reply");
-    AddPath(*call, "BASE", callOptions->base, "The path that the server was given");
-    AddSeconds(*call, "--timeout", callOptions->timeout, "Give up with status 75 after so long");
-    return [=] { return serve->parsed() ? Serve(*serveOptions) : Call(*callOptions); };
+    AddSeconds(verb, "--idle", options->idle, "Give up a client that was not heard of for so long (10)");
+    verb.add_flag("--once", options->once, "End after one request")->option_text(" ");
+    return [options] { return Serve(*options); };
 }
 
-} // namespace
+Work DefineCall(CLI::App& verb) {
+    auto const options = std::make_shared<CallOptions>();
+    AddPath(verb, "BASE", options->base, "The path that the server was given");
+    AddMilliseconds(verb, "Wait for so many milliseconds, then fail with status 75", options->milliseconds);
+    return [options] { return Call(*options); };
+}
 
-Verb const PIPE = {
-    "pipe", "Serve and make requests over a named pipe",
-    R"(wfs pipe serve BASE [--pause SECONDS] [--idle SECONDS] [--once] -- COMMAND...
-wfs pipe call BASE [--timeout SECONDS]
-
-The server runs the command for one request after the other, with the request as
+constexpr Verb SERVE = {
+    "serve", "Run a command for each request",
+    R"(The server runs the command for one request after the other, with the request as
 its standard input; its standard output is the reply. Requests and replies have
 256 MiB at most. A command that can't be started, a bad length and a client that
 goes away are reported and do not end the server; SIGINT and SIGTERM do, when the
 request at work is done. The channel's files are BASE.ServerReader,
 BASE.ServerWriter and BASE.Lock; they stay. Only one server may use a BASE.
 
-The caller waits without limit, for other callers and for a server, unless it
-has --timeout.
-
-Exit status of serve: 0 ended by a signal or --once; 1 a failure; 2 wrong usage.
-Exit status of call: that of the command, 127 where it can't be started; 75 no
-answer in time; 1 any other failure; 2 wrong usage.
+Exit status: 0 ended by a signal or --once; 1 a failure; 2 wrong usage.
 
 Example: a service that counts words
-  wfs pipe serve /tmp/count -- wc -w &
-  echo how many words | wfs pipe call /tmp/count)",
+  wfs pipe serve /tmp/count -- wc -w)",
+    DefineServe};
+
+constexpr Verb CALL = {
+    "call", "Send standard input as a request, and print the reply",
+    R"(Without --wait it waits for other callers, for a server and for the reply until
+they come.
+
+Exit status: that of the command, or 128 and the number of the signal that ended
+it, or 127 where it can't be started; 75 no answer in time; 1 any other failure; 2
+wrong usage.
+
+Example: ask the service that counts words, for ten seconds at most
+  echo how many words | wfs pipe call --wait 10000 /tmp/count)",
+    DefineCall};
+
+Work DefinePipe(CLI::App& verb) {
+    return AddVerbs(verb, {SERVE, CALL});
+}
+
+} // namespace
+
+Verb const PIPE = {
+    "pipe", "Serve and make requests over a named pipe",
+    R"(A server and its callers are given the same path, BASE, and need the right to read
+and write the files whose names begin with it.
+
+Exit status: that of the verb, see there.
+
+Example: a service that turns text into capital letters, and a request
+  wfs pipe serve /tmp/capitals -- tr a-z A-Z &
+  echo some text | wfs pipe call /tmp/capitals)",
     DefinePipe};
 
 } // namespace Wfs

@@ -1,14 +1,15 @@
 #include <Tools/wfs/Progress.h>
 
+#include <Tools/wfs/Terminal.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <string>
-#include <unistd.h>
 
 namespace Wfs {
 
 Progress::Progress(long long total)
-    : total_(total), isOnTerminal_(::isatty(STDERR_FILENO) == 1), next_(Clock::now() + std::chrono::seconds(1)) {}
+    : total_(total), canShow_(CanShowProgress()), next_(Clock::now() + std::chrono::seconds(1)) {}
 
 Progress::~Progress() {
     if (isShown_) {
@@ -18,7 +19,7 @@ Progress::~Progress() {
 
 void Progress::Add(unsigned long bytes) {
     done_ += static_cast<long long>(bytes);
-    if (isOnTerminal_ && Clock::now() >= next_) {
+    if (canShow_ && Clock::now() >= next_) {
         Show();
         next_ = Clock::now() + std::chrono::milliseconds(100);
     }

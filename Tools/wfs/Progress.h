@@ -27,7 +27,7 @@ private:
 
     long long total_;
     long long done_ = 0;
-    bool isOnTerminal_;
+    bool canShow_;
     bool isShown_ = false;
     Clock::time_point next_;
 };

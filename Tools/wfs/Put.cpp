@@ -89,8 +89,8 @@ Work DefinePut(CLI::App& verb) {
         {"keep", WFileSystem::KEEP_FILE}};
     verb.add_option_function<std::string>(
             "--on-failure", [options, policies](std::string const& name) { options->policy = policies.at(name); },
-            "What becomes of the file when not all is written: truncate, delete or keep (default)")
-        ->option_text("POLICY")
+            "What becomes of the file when not all is written (keep)")
+        ->option_text("truncate|delete|keep")
         ->check(CLI::IsMember(policies));
     CLI::Option* const truncate =
         verb.add_flag("--truncate", options->isTruncated, "Cut the file behind the input's end");

@@ -51,16 +51,17 @@ std::string CheckNumber(std::string const& text) {
     return isNumber ? "" : "'" + ToUTF8(text) + "' is not a number";
 }
 
+CLI::Option& AddMilliseconds(CLI::App& verb, char const* description, std::optional<unsigned long>& milliseconds) {
+    CLI::Option* const option = verb.add_option_function<std::string>(
+        "--wait", [&milliseconds](std::string const& text) { milliseconds = std::stoul(text); }, description);
+    return *option->option_text("MS")->check(CheckNumber);
+}
+
 void Waiting::AddOptions(CLI::App& verb) {
     CLI::Option* const noWait =
         verb.add_flag("--no-wait", isForbidden, "Fail with status 75 when another process holds the lock");
     noWait->option_text(" ");
-    verb.add_option_function<std::string>(
-            "--wait", [this](std::string const& text) { milliseconds = std::stoul(text); },
-            "Try for so many milliseconds, then fail with status 75")
-        ->option_text("MS")
-        ->check(CheckNumber)
-        ->excludes(noWait);
+    AddMilliseconds(verb, "Try for so many milliseconds, then fail with status 75", milliseconds).excludes(noWait);
 }
 
 ReadLock::Guard ReadLock::Take(WFileSystem::ReadableFile& file, Waiting const& waiting) {

@@ -18,6 +18,9 @@ namespace Wfs {
 /// \return what is wrong with it, or nothing
 std::string CheckNumber(std::string const& text);
 
+/// Declares --wait with a number of milliseconds.
+CLI::Option& AddMilliseconds(CLI::App& verb, char const* description, std::optional<unsigned long>& milliseconds);
+
 /// How long a verb waits for a record lock.
 struct Waiting {
     bool isForbidden = false;                  ///< --no-wait
