@@ -76,6 +76,10 @@ char* WriteSequence(char32_t codePoint, char* out) noexcept {
 std::size_t DecodeUTF8(char const* text, bool lenient, wchar_t* out) {
     wchar_t* end = out;
     for (char const* next = text; *next != '\0';) {
+        if (static_cast<unsigned char>(*next) < 0x80) { // most text is nothing else
+            *end++ = static_cast<wchar_t>(*next++);
+            continue;
+        }
         Sequence const sequence = ReadSequence(next);
         if (!sequence.isValid && !lenient) {
             ThrowConversionFailure(
@@ -101,6 +105,10 @@ ReturnString WideCharToUTF8(wchar_t const* text, bool /*flag*/) {
     std::unique_ptr<char[]> out(new char[std::wcslen(text) * LONGEST_SEQUENCE + 1]);
     char* end = out.get();
     for (wchar_t const* next = text; *next != L'\0'; ++next) {
+        if (static_cast<char32_t>(*next) < 0x80) { // most text is nothing else
+            *end++ = static_cast<char>(*next);
+            continue;
+        }
         if (!IsScalarValue(*next)) {
             ThrowConversionFailure(
                 "Failed to convert wide text: the character U+%X at index %zu is not a Unicode scalar value.",

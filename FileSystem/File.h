@@ -96,13 +96,13 @@ public:
     ///     which lets memory behind the buffer reach the target where the system writes a part of it; where that write
     ///     fails as well, the copying goes on, for ever if `read` goes on failing. A directory as the source is such a
     ///     case.
-    /// \warning The buffer must not be empty.
+    /// \warning The buffer must not be empty: nothing is copied then, and no failure is reported.
     static int Copy(int from, int to, WDataType::Binary& buffer);
 
     /// Copies from the position of `from` to its end, then flushes the stream `to`, though not to the device.
     /// \return 0
     /// \throws what Read, Write and Flush throw
-    /// \warning The buffer must not be empty.
+    /// \warning The buffer must not be empty: the copying would never end.
     static int Copy(FILE* from, FILE* to, WDataType::Binary& buffer);
 
     /// Reads up to `n` bytes, and never more than the buffer's full size, which also stands for `n` = 0. The buffer's
@@ -129,6 +129,7 @@ public:
     ///     Read
     /// \warning For text only: what follows a zero byte in a line is lost.
     /// \warning With a buffer of one byte the result is always empty, as at the end of the file.
+    /// \warning The buffer must be smaller than 2 GiB.
     static int ReadLine(FILE* stream, WDataType::Binary& buffer);
 
     /// Waits until the file's data and attributes are on the device (`fsync`, repeated while a signal interrupts it).
@@ -228,13 +229,15 @@ public:
     /// Copies from the position of a descriptor to its end, in steps of 16 KiB, into a file that is created or emptied
     /// first and flushed to the device at last. The source stays open.
     /// \throws what OpenDescriptor and Copy of descriptors throw; the target is closed then
-    /// \warning As Copy of descriptors.
+    /// \warning As Copy of descriptors. Copying a file onto itself empties it. The result of closing the target is not
+    ///     looked at.
     static void Copy(int from, wchar_t const* to);
 
     /// Copies from the position of a stream to its end, in steps of 16 KiB, into a file that is created or emptied
     /// first. The source stays open.
     /// \throws what OpenStream and Copy of streams throw; the target is closed then
-    /// \warning The result of closing the target is not looked at.
+    /// \warning Copying a file onto itself empties it. When the source can't be read, the target is empty already. The
+    ///     result of closing the target is not looked at.
     static void Copy(FILE* from, wchar_t const* to);
 
     /// Gives a file the times, the owner and the permission bits of another. All three are tried, in this order.
@@ -291,14 +294,14 @@ public:
     /// \warning As WriteLock.
     static void ReadLock(int fd, bool wait);
 
-    /// Drops whatever record lock the process has on the file, whichever descriptor it was taken through. An interrupted
-    /// call is repeated without limit; any other failure is ignored.
+    /// Drops whatever record lock the process has on the file, whichever descriptor it was taken through. An
+    /// interrupted call is repeated without limit; any other failure is ignored.
     static void Unlock(int fd) noexcept;
 
     /// Holds a record lock for a scope. It does not own the descriptor, which must stay open as long.
     ///
-    /// \warning As WriteLock. Two guards of one file in a process share one lock: the latter's kind counts, and the end of
-    ///     either leaves the file unlocked, although the other still says that it is locked.
+    /// \warning As WriteLock. Two guards of one file in a process share one lock: the latter's kind counts, and the end
+    ///     of either leaves the file unlocked, although the other still says that it is locked.
     /// \tparam lock WriteLock or ReadLock
     template <void (*lock)(int, bool)>
     class SmartLock {

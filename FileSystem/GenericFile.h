@@ -13,8 +13,9 @@ namespace WFileSystem {
 ///
 /// \warning Any other value closes nothing: the descriptor stays open for the life of the process.
 /// \warning TRUNCATE_FILE and DELETE_FILE also destroy what the file held before it was opened.
-/// \warning DELETE_FILE deletes whatever has the name at that moment; a relative path starts at the working directory of that
-///     moment. A writer that waited for the file meanwhile commits into a file without a name.
+/// \warning DELETE_FILE deletes whatever has the name at that moment, a link and not what it leads to; a relative path
+///     starts at the working directory of that moment. A writer that waited for the file meanwhile commits into a file
+///     without a name.
 enum IF_COMMIT_AND_CLOSE_WAS_NOT_CALLED : int {
     TRUNCATE_FILE = 0, ///< it is cut to length 0 and closed; the empty file stays
     DELETE_FILE = 1,   ///< it is cut to length 0, closed, and deleted by its path
@@ -23,9 +24,9 @@ enum IF_COMMIT_AND_CLOSE_WAS_NOT_CALLED : int {
 
 /// An open file.
 ///
-/// While a file object lives, it holds the file's in-process lock: a second opening of the same file (the same device and
-/// inode) in this process waits until the first object is destroyed or committed. Record locks, which keep processes apart,
-/// are taken by the caller.
+/// While a file object lives, it holds the file's in-process lock: a second opening of the same file (the same device
+/// and inode) in this process waits until the first object is destroyed or committed. Record locks, which keep
+/// processes apart, are taken by the caller.
 ///
 /// A failure of an operation is a `WBase::Message` as FileImpl throws it; the object stays as it was.
 ///

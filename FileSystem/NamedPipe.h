@@ -37,11 +37,6 @@
 /// }
 /// client->Disconnect();
 /// \endcode
-///
-/// \warning The descriptors are inherited by the programs that the process runs. A child that keeps one keeps that end of the
-///     channel open: when this side has gone, the other side does not fail but waits.
-/// \warning A second server on the same base deletes the FIFOs of the first one, which goes on waiting at files without a
-///     name.
 
 #include <Defines/Export.h>
 
@@ -54,6 +49,9 @@ namespace WFileSystem {
 /// \par Threads
 ///     Nothing is locked here: one thread at a time uses one object. Of all threads of the process only one may write to named
 ///     pipes at a time, whatever the objects, because of the disposition of `SIGPIPE`, see Write.
+///
+/// \warning The descriptors are inherited by the programs that the process runs. A child that keeps one keeps that end of the
+///     channel open: when this side has gone, the other side does not fail but waits.
 class WFILESYSTEM_EXPORT NamedPipe {
 public:
     class NamedPipeError;
@@ -166,6 +164,7 @@ public:
     ///     files are still there.
     /// \warning A failure closes nothing. What was opened, and the lock, stay until Disconnect, which is due after a failure
     ///     too; until then no other client gets in.
+    /// \warning A second call without Disconnect between them connects anew and loses the former descriptors, which stay open.
     /// \warning The lock keeps processes apart, not threads: a second client in the same process is let in beside the first.
     ///     A server created in the process of a connected client, on the same base, drops that client's lock.
     virtual int Connect() = 0;
@@ -201,7 +200,10 @@ public:
 /// \warning What was made before a failure stays.
 /// \warning "Failed to create name pipe" leaves the process's file creation mask at 0. Success sets it to 0 for a moment, for
 ///     all threads: a file that another thread makes meanwhile gets all the bits it asks for.
-/// \warning Whatever has the name of one of the FIFOs is deleted, unless it is a directory.
+/// \warning A second server on the same base deletes the FIFOs of the first one, which goes on waiting at files without a
+///     name.
+/// \warning Whatever has the name of one of the FIFOs is deleted, unless it is a directory or a link that leads nowhere. A
+///     lock file that exists is emptied, and a link in its place is followed.
 WFILESYSTEM_EXPORT std::unique_ptr<NamedPipeServer>
 CreateNamedPipeServer(wchar_t const* base, bool (*cancel)(), int pauseSeconds);
 

@@ -2,6 +2,7 @@
 
 #include <Base/Conversion.h>
 #include <Base/Exception.h>
+#include <Base/PrivateSource/UTF8.h>
 #include <FileSystem/PrivateSource/WorkingDirectory.h>
 #include <PDCHeader/PDCstat.h>
 
@@ -59,29 +60,6 @@ bool IsAbsoluteBy(PathRules const& rules, std::wstring_view path) noexcept {
     return !path.empty() && path[0] == rules.separator;
 }
 
-/// Walks the parts of a path: each separator ends one, be it empty, and the end of the path one that is not.
-class PartReader {
-public:
-    PartReader(PathRules const& rules, std::wstring_view path) noexcept : rules_(rules), rest_(path) {}
-
-    bool Next(std::wstring_view& part) noexcept {
-        if (rest_.empty()) {
-            return false;
-        }
-        std::size_t size = 0;
-        while (size < rest_.size() && !rules_.IsSeparator(rest_[size])) {
-            ++size;
-        }
-        part = rest_.substr(0, size);
-        rest_.remove_prefix(std::min(size + 1, rest_.size()));
-        return true;
-    }
-
-private:
-    PathRules const& rules_;
-    std::wstring_view rest_;
-};
-
 /// Joins the parts of up to two paths in canonical form. Each part is looked at once, against those that stay before it, so
 /// that the cost follows the length and the result is the only memory.
 class Canoniser {
@@ -103,46 +81,67 @@ public:
 
     WBase::ReturnWString GetResult() {
         Finish();
-        result_[size_] = L'\0';
-        return WBase::ReturnWString(std::move(result_), size_);
+        *end_ = L'\0';
+        std::size_t const size = GetWhole().size();
+        return WBase::ReturnWString(std::move(result_), size);
     }
 
 private:
+    /// Each separator ends a part, be it empty, and the end of the path one that is not.
     void Append(std::wstring_view path) {
-        PartReader parts(rules_, path);
-        for (std::wstring_view part; parts.Next(part);) {
-            if (part.empty()) {
-                // The empty parts of the root stay; the others vanish.
-                if (count_ < emptyParts_) {
-                    Push(part);
-                }
-            } else if (part == L"..") {
-                AppendParent(part);
-            } else if (part != L".") {
-                Push(part);
+        // A copy, which the compiler knows to stay while characters are written.
+        PathRules const rules = rules_;
+        wchar_t const* next = path.data();
+        wchar_t const* const end = next + path.size();
+        while (next != end) {
+            // Written where it belongs if it stays; otherwise the next part goes there.
+            wchar_t* out = end_;
+            if (count_ > 0 && rules.separator != L'\0') {
+                *out++ = rules.separator;
+            }
+            wchar_t* const begin = out;
+            while (next != end && !rules.IsSeparator(*next)) {
+                *out++ = *next++;
+            }
+            if (next != end) {
+                ++next;
+            }
+            std::wstring_view const part(begin, static_cast<std::size_t>(out - begin));
+            bool const isName = part.size() > 2 || (part.size() > 0 && part[0] != L'.');
+            if (isName || IsToStay(part)) {
+                end_ = out;
+                ++count_;
             }
         }
     }
 
-    void AppendParent(std::wstring_view part) {
-        if (isAbsolute_ && count_ == rootParts_) {
-            return; // nothing lies above the root
+    /// Whether a part stays that is empty or begins with a dot. If it takes away the last one, that is done here.
+    bool IsToStay(std::wstring_view part) {
+        if (part.empty()) {
+            return count_ < emptyParts_; // the empty parts of the root stay; the others vanish
         }
-        if (count_ == 0 || rules_.separator == L'\0' || GetLast() == part || (rules_.hasDrives && GetLast().empty())) {
-            Push(part);
-        } else {
-            size_ = count_ == 1 ? 0 : GetLastBegin() - 1;
-            --count_;
-        }
+        bool const isItself = part.size() == 1;
+        bool const isParent = !isItself && part[1] == L'.';
+        return !isItself && !(isParent && CancelWithParent());
     }
 
-    void Push(std::wstring_view part) {
-        if (count_ > 0 && rules_.separator != L'\0') {
-            result_[size_++] = rules_.separator;
+    /// \return false: ".." stays, because it cancels nothing
+    bool CancelWithParent() {
+        if (isAbsolute_ && count_ == rootParts_) {
+            return true; // nothing lies above the root
         }
-        part.copy(result_.get() + size_, part.size());
-        size_ += part.size();
-        ++count_;
+        if (count_ == 0 || rules_.separator == L'\0') {
+            return false;
+        }
+        std::size_t const lastBegin = GetLastBegin();
+        std::wstring_view const last = GetWhole().substr(lastBegin);
+        bool const isLastParent = last.size() == 2 && last[0] == L'.' && last[1] == L'.';
+        if (isLastParent || (rules_.hasDrives && last.empty())) {
+            return false;
+        }
+        end_ = result_.get() + (count_ == 1 ? 0 : lastBegin - 1);
+        --count_;
+        return true;
     }
 
     /// Where the last part begins; no part holds the separator that is produced.
@@ -150,26 +149,27 @@ private:
         return GetWhole().rfind(rules_.separator) + 1; // 0 where it stands nowhere
     }
 
-    std::wstring_view GetLast() const noexcept { return GetWhole().substr(GetLastBegin()); }
-
-    std::wstring_view GetWhole() const noexcept { return std::wstring_view(result_.get(), size_); }
+    std::wstring_view GetWhole() const noexcept {
+        return std::wstring_view(result_.get(), static_cast<std::size_t>(end_ - result_.get()));
+    }
 
     void Finish() {
         if (count_ == 0) {
             // A path that vanished as a whole; "" stays "".
             if (hasParts_) {
-                Push(L".");
+                *end_++ = L'.';
             }
         } else if (!rules_.hasDrives) {
-            bool const isRoot = count_ == 1 && size_ == 0;
+            bool const isRoot = count_ == 1 && GetWhole().empty();
             if (isRoot) {
-                result_[size_++] = rules_.separator;
+                *end_++ = rules_.separator;
             }
         } else {
-            bool const isDrive = size_ == 2 && IsDriveLetter(result_[0]) && result_[1] == L':';
-            bool const isNetworkRoot = count_ == 2 && size_ == 1;
+            std::size_t const size = GetWhole().size();
+            bool const isDrive = size == 2 && IsDriveLetter(result_[0]) && result_[1] == L':';
+            bool const isNetworkRoot = count_ == 2 && size == 1;
             if (isDrive || isNetworkRoot) {
-                result_[size_++] = rules_.separator;
+                *end_++ = rules_.separator;
             }
         }
     }
@@ -181,7 +181,7 @@ private:
     unsigned long rootParts_ = 1;
 
     std::unique_ptr<wchar_t[]> result_;
-    std::size_t size_ = 0;
+    wchar_t* end_ = result_.get();
     unsigned long count_ = 0;
 };
 
@@ -238,9 +238,13 @@ public:
     int Find(char const* pattern) { return ::glob(pattern, 0, nullptr, &result_); }
 
     void AppendTo(WDataType::StringCollection& names) const {
+        std::wstring name; // one for all
         for (std::size_t index = 0; index < result_.gl_pathc; ++index) {
+            char const* const narrowName = result_.gl_pathv[index];
+            name.resize(std::max(name.size(), std::strlen(narrowName) + 1));
             try {
-                names.Append(WBase::MultiByteToWideChar(result_.gl_pathv[index], false).c_str());
+                WBase::DecodeUTF8(narrowName, false, name.data());
+                names.Append(name.c_str());
             } catch (WBase::StringConversionException const&) { // NOLINT(bugprone-empty-catch): such a name is left out
             }
         }

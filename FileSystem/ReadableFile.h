@@ -32,8 +32,8 @@ public:
     /// Reads exactly so many bytes, see FileImpl::Read; meeting the end of the file before is a failure.
     virtual void Read(void* data, unsigned long n) = 0;
 
-    /// Reads up to so many bytes, up to the buffer's full size when 0, see FileImpl::Read; the buffer's size tells how many
-    /// came.
+    /// Reads up to so many bytes, up to the buffer's full size when 0, see FileImpl::Read; the buffer's size tells how
+    /// many came.
     virtual void Read(WDataType::Binary& buffer, unsigned long n) = 0;
 
     /// Reads 4 bytes, the least significant first.
@@ -78,8 +78,8 @@ public:
     explicit ReadSmartLock_NoWait(ReadableFile& file) : ReadSmartLock(file, true) {}
 };
 
-/// Tries for some time, at once and then at the end of each slice of 5 seconds, the last of which may be shorter; IsLocked()
-/// tells the result. A lock that comes free inside a slice is taken at the end of that slice.
+/// Tries for some time, at once and then at the end of each slice of 5 seconds, the last of which may be shorter;
+/// IsLocked() tells the result. A lock that comes free inside a slice is taken at the end of that slice.
 class ReadableFile::ReadSmartLock_Wait : public ReadSmartLock {
 public:
     /// \param file the file to lock
@@ -88,25 +88,26 @@ public:
     ReadSmartLock_Wait(ReadableFile& file, unsigned long milliseconds) : ReadSmartLock(file, milliseconds) {}
 };
 
-/// Opens an existing file for reading, with close-on-exec set, and waits, without limit, until no other file object of this
-/// process has the file. An interrupted `open` is repeated without limit.
+/// Opens an existing file for reading, with close-on-exec set, and waits, without limit, until no other file object of
+/// this process has the file. An interrupted `open` is repeated without limit.
 ///
 /// \param path the file; a relative one starts at the working directory
 /// \return the file object, which the caller owns; its destruction closes the file and drops the record locks
-/// \throws WBase::ExceptionImpl<WBase::Message> in the domain `WBase::MESSAGE_DOMAIN_UNKNOWN`, with the system's error number as
-///     ID and the system's description on the second line:
+/// \throws WBase::ExceptionImpl<WBase::Message> in the domain `WBase::MESSAGE_DOMAIN_UNKNOWN`, with the system's error
+///     number as ID and the system's description on the second line:
 ///     - "WFileSystem::ReadableFileImpl::ReadableFileImpl: ::open failed for '…'.";
-///     - "WFileSystem::ReadableFileImpl::ReadableFileImpl: ::open '…' and get system file handle.", when a standard stream was
-///       closed and its number, 0 to 2, came up; the error number is whatever it was before;
+///     - "WFileSystem::ReadableFileImpl::ReadableFileImpl: ::open '…' and get system file handle.", when a standard
+///       stream was closed and its number, 0 to 2, came up; the error number is whatever it was before;
 ///     - "::fcntl() failed", when the descriptor's flags can't be read;
 ///     - "WFileSystem::InprocessFileLocker::ID::ID: ::fstat failed for '…'.";
 ///     - the failures of the process's mutexes, see WSynch::InprocessSemaphore;
-///     - "WFileSystem::ReadableFileImpl::ReadableFileImpl: Can't open '…'." with the ID -1 and "No WFileSystem::Initializer lives."
-///       on the second line
+///     - "WFileSystem::ReadableFileImpl::ReadableFileImpl: Can't open '…'." with the ID -1 and
+///       "No WFileSystem::Initializer lives." on the second line
 /// \throws WBase::StringConversionException the path can't be converted
 /// \warning When the descriptor's flags can't be read, or the wait for the other file objects fails, the descriptor
 ///     stays open. After such a wait the in-process lock is released although it was never obtained.
-/// \warning Closing the file drops all record locks that the process has on it, also those of other descriptors.
+/// \warning Closing the file drops all record locks that the process has on it, also those of other descriptors. So
+///     does the closing of a refused descriptor, when another file object of this process has the file.
 /// \par Threads
 ///     Any thread.
 WFILESYSTEM_EXPORT std::unique_ptr<ReadableFile> OpenReadableFile(wchar_t const* path);
@@ -115,8 +116,8 @@ WFILESYSTEM_EXPORT std::unique_ptr<ReadableFile> OpenReadableFile(wchar_t const*
 ///
 /// \throws WBase::ExceptionImpl<WBase::Message> "WFileSystem::InprocessFileLocker::LockPtr::Assign() failed to get the
 ///     InprocessLock" with the ID -1, when the time is over; and what OpenReadableFile throws
-/// \warning When the time is over, the descriptor stays open, and the other holder's in-process lock is released although it
-///     was never obtained: the next opening is let in beside that holder.
+/// \warning When the time is over, the descriptor stays open, and the other holder's in-process lock is released
+///     although it was never obtained: the next opening is let in beside that holder.
 WFILESYSTEM_EXPORT std::unique_ptr<ReadableFile> OpenReadableFile_InProcessLockNoWait(wchar_t const* path);
 
 } // namespace WFileSystem

@@ -123,7 +123,8 @@ public:
 ///     links.
 /// \warning When the descriptor's flags can't be read, or the wait for the other file objects fails, the descriptor
 ///     stays open. After such a wait the in-process lock is released although it was never obtained.
-/// \warning Closing the file drops all record locks that the process has on it, also those of other descriptors.
+/// \warning Closing the file drops all record locks that the process has on it, also those of other descriptors. So
+///     does the closing of a refused descriptor, when another file object of this process has the file.
 /// \par Threads
 ///     Any thread.
 WFILESYSTEM_EXPORT std::unique_ptr<WriteableFile>

@@ -22,6 +22,10 @@ packages_for() {
         build) echo cmake g++ libcli11-dev ninja-build nlohmann-json3-dev ;;
         test) echo libgmock-dev libgtest-dev ;;
         manual) echo doxygen mawk ;;
+        benchmark)
+            echo libapr1-dev libbenchmark-dev libboost-dev libboost-filesystem-dev libglib2.0-dev libpoco-dev pkg-config \
+                python3-matplotlib qtbase5-dev valgrind
+            ;;
         check) echo binutils clang clang-format clang-tidy diffutils git pkg-config shellcheck ;;
         *) fail "no packages are known for '$1'" ;;
     esac

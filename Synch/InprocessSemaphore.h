@@ -21,7 +21,7 @@ namespace WSynch {
 class WFILESYSTEM_EXPORT InprocessSemaphore {
 public:
     /// \param count the units that are free at first
-    /// \param maximum the number of free units above which no release is allowed
+    /// \param maximum the number of free units at which no release is allowed; more than that do not hinder one
     /// \throws WBase::ExceptionImpl<WBase::Message> "::pthread_mutex_init failed" or "::pthread_cond_init failed" with the code
     ///     that the call returned
     explicit InprocessSemaphore(unsigned int count = 1, unsigned int maximum = 0x7FFFFFFF);

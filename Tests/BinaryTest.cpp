@@ -33,6 +33,11 @@ TEST(BinaryTest, ANewBufferHasItsFullSizeOfZeroBytes) {
     EXPECT_EQ(BytesOf(*buffer), std::string(16384, '\0'));
 }
 
+TEST(BinaryTest, ANewBufferHasNoBytesOfAFormerOne) {
+    CreateBinary(1000, nullptr)->Fill('x'); // its memory is the first to be given again
+    EXPECT_EQ(BytesOf(*CreateBinary(1000, nullptr)), std::string(1000, '\0'));
+}
+
 TEST(BinaryTest, ABufferMayHaveNoBytes) {
     auto const buffer = CreateBinary(0, nullptr);
     EXPECT_EQ(buffer->GetSize(), 0U);

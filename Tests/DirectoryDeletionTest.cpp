@@ -18,6 +18,7 @@
 #include <cerrno>
 
 #include <glob.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using DirectoryFixture::CONVERSION_FAILURE;
@@ -134,12 +135,12 @@ TEST_F(DirectoryDeleteRecursivelyTest, AFailureToListADirectoryIsReportedAndTheR
     MakeDirectory("a/b");
     WriteFile("a/c", "");
     recorder_.On("glob").Where([](Call const& call) { return call.path == "a/b/*"; }).Return(GLOB_NOSPACE);
-    WBase::Message report;
+    WBase::Message report(WBase::MESSAGE_DOMAIN_UNKNOWN, 1, "Before.");
     EXPECT_FALSE(Directory::DeleteRecursively(L"a", &report));
     EXPECT_TRUE(Matches(
         report, TestSupport::WrappedWithoutCause(
                     DeletionFailure(L"a") + L'\n' + ErrorDescription(ENOTEMPTY) + L'\n' + DeletionFailure(L"a/b") +
-                    L"\nUnable to find file (GLOB_NOSPACE).")));
+                    L"\nUnable to find file (GLOB_NOSPACE).\nBefore.")));
     EXPECT_THAT(List("a"), ElementsAre("b"));
 }
 
@@ -151,14 +152,28 @@ TEST_F(DirectoryDeleteRecursivelyTest, TheFailureToConvertThePathIsReported) {
     EXPECT_EQ(recorder_.Names(), "");
 }
 
-TEST_F(DirectoryDeleteRecursivelyTest, OtherExceptionsPass) {
+TEST_F(DirectoryDeleteRecursivelyTest, OtherExceptionsPassAndFreeWhatWasListed) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
-    MakeDirectory("a");
-    Allocations allocations;
-    allocations.FailNth(1);
-    EXPECT_THROW(Directory::DeleteRecursively(L"a", nullptr), std::bad_alloc);
-    allocations.Stop();
-    EXPECT_TRUE(Exists("a"));
+    bool hasFailed = true;
+    for (unsigned int n = 1; hasFailed; ++n) {
+        ::mkdir("a", 0700);
+        ::mkdir("a/b", 0700);
+        WriteFile("a/b/file", "");
+        recorder_.Clear();
+        bool hasThrown = false;
+        Allocations allocations;
+        allocations.FailNth(n);
+        try {
+            Directory::DeleteRecursively(L"a", nullptr);
+        } catch (std::bad_alloc const&) {
+            hasThrown = true;
+        }
+        allocations.Stop();
+        hasFailed = allocations.HasFailed();
+        EXPECT_EQ(hasThrown, hasFailed) << n;
+        EXPECT_EQ(Exists("a"), hasFailed) << n;
+        EXPECT_EQ(recorder_.Count("globfree"), recorder_.Count("glob")) << n;
+    }
 }
 
 TEST_F(DirectoryDeleteRecursivelyTest, LinksToDirectoriesAreFollowedAndStay) {

@@ -84,6 +84,7 @@ TEST_F(DirectoryCreateTest, ThePathStandsInTheReportAsItWasGiven) {
     EXPECT_WRAPPED(Directory::Create(L".//file", false), CreationFailure(L".//file"), EEXIST);
     EXPECT_WRAPPED(Directory::Create(L"%1/é", false), CreationFailure(L"%1/é"), ENOENT);
     EXPECT_WRAPPED(Directory::Create(L"", false), CreationFailure(L""), ENOENT);
+    EXPECT_WRAPPED(Directory::Create(L"", true), CreationFailure(L""), ENOENT);
 }
 
 TEST_F(DirectoryCreateTest, AFailureIsNotRepeated) {
@@ -213,6 +214,8 @@ TEST_F(DirectoryCreateTest, APathWhoseParentIsTooLongFailsAtOnce) {
     recorder_.Clear();
     EXPECT_WRAPPED(Directory::Create(Names(17).c_str(), true), CreationFailure(Names(17)), ENAMETOOLONG);
     EXPECT_EQ(recorder_.Count("mkdir"), 17U);
+    std::wstring const path = std::wstring(PATH_MAX, L'n') + L"/x";
+    EXPECT_WRAPPED(Directory::Create(path.c_str(), true), CreationFailure(path), ENAMETOOLONG);
 }
 
 TEST_F(DirectoryDeleteEmptyTest, AnEmptyDirectoryIsDeleted) {

@@ -111,6 +111,13 @@ TEST_F(FileImplTest, PositionsAreNotRepeatedWhenInterrupted) {
     EXPECT_EQ(recorder.Count("lseek"), 4U);
 }
 
+TEST_F(FileImplTest, OnlyMinusOneIsAFailedPositioning) {
+    Recorder recorder;
+    recorder.On("lseek").Script({-2, -2}); // a position of some devices
+    EXPECT_EQ(FileImpl::GetPosition(L"/f", fd_), -2);
+    EXPECT_EQ(FileImpl::SetPosition(L"/f", fd_, -2), -2);
+}
+
 // Flush and truncation
 
 TEST_F(FileImplTest, FlushSyncsDataAndAttributes) {
@@ -400,6 +407,27 @@ TEST_F(FileImplTest, AMatchThatCannotBeFoundOutIsReportedInFrontOfTheMessage) {
     }
 }
 
+TEST_F(FileImplTest, AMatchThatCannotBeFoundOutNeedsNoWorkingDirectoryWithoutAMessage) {
+    Recorder recorder;
+    recorder.On("stat").Fail(EIO);
+    EXPECT_FALSE(FileImpl::DoesPathMatchFileHandle(L"f", -1, nullptr));
+    EXPECT_FALSE(FileImpl::DoesPathMatchFileHandle(L"f", fd_, nullptr));
+    EXPECT_EQ(recorder.Names(), "fstat fstat stat");
+}
+
+TEST_F(FileImplTest, TheReportOfAMatchNamesTheAbsolutePathAndTheErrorOfTheCall) {
+    TestSupport::WorkingDirectory const inside(scratch_.Path());
+    for (char const* const function : {"fstat", "stat"}) {
+        WBase::Message report;
+        Recorder recorder;
+        recorder.On(function).Fail(EIO);
+        recorder.On("getcwd").After([](Call&) { errno = ERANGE; });
+        EXPECT_FALSE(FileImpl::DoesPathMatchFileHandle(L"./a/../f", fd_, &report));
+        EXPECT_TRUE(TestSupport::Matches(
+            report, TestSupport::Wrapped(L"Failed to get attributes of file '" + scratch_.Wide("f") + L"'.", EIO)));
+    }
+}
+
 TEST_F(FileImplTest, AMissingDescriptorIsReportedBeforeThePathIsLookedAt) {
     std::wstring const path = std::wstring(L"/") + SURROGATE;
     WBase::Message report;
@@ -501,6 +529,16 @@ TEST_F(FileImplTest, EachErrorIsThatOfTheCallNotOfTheWorkingDirectory) {
         recorder.On(operation.call).FailWithoutCalling(EIO);
         recorder.On("getcwd").After([](Call&) { errno = ERANGE; });
         EXPECT_WRAPPED(operation.run(L"f", fd_), operation.failure + scratch_.Wide("f") + L"'.", EIO);
+    }
+}
+
+TEST_F(FileImplTest, EachErrorIsReadBeforeAnythingIsAllocated) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    TestSupport::Allocations const allocations; // each changes errno
+    for (Operation const& operation : Operations()) {
+        Recorder recorder;
+        recorder.On(operation.call).FailWithoutCalling(EIO);
+        EXPECT_WRAPPED(operation.run(L"/f", fd_), operation.failure + L"/f'.", EIO);
     }
 }
 

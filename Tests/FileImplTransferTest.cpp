@@ -480,6 +480,15 @@ TEST_F(FileImplTransferTest, ReadLineStopsAtAZeroByteAndStaysThere) {
     }
 }
 
+TEST_F(FileImplTransferTest, ReadLineStopsAtAZeroByteThatCameLast) {
+    Fill(std::string("ab\0", 3));
+    for (unsigned long const size : {3UL, 8UL}) {
+        ::lseek(fd_, 0, SEEK_SET);
+        EXPECT_EQ(ReadLine(*MakeBuffer(size)), "ab");
+        EXPECT_EQ(Position(), 2);
+    }
+}
+
 TEST_F(FileImplTransferTest, ReadLinePrefersALineFeedToAnEarlierZeroByte) {
     Fill(std::string("a\0b\nc\0d\n", 8));
     auto const buffer = MakeBuffer(6);
@@ -492,6 +501,13 @@ TEST_F(FileImplTransferTest, ReadLineLooksForNoLineEndBehindWhatCame) {
     std::memset(buffer->GetBuffer(), '\n', 8);
     Fill("ab");
     EXPECT_EQ(ReadLine(*buffer), "ab");
+}
+
+TEST_F(FileImplTransferTest, ReadLineIntoAnEmptyBufferIsNoCall) {
+    Fill("text\n");
+    Recorder recorder;
+    EXPECT_EQ(ReadLine(*MakeBuffer(0)), "");
+    EXPECT_EQ(recorder.Names(), "");
 }
 
 TEST_F(FileImplTransferTest, ReadLineFailsAsReadDoes) {

@@ -1,5 +1,5 @@
-// Descriptor and stream I/O of WFileSystem::File: copying, reading and writing through a buffer, lines, positions, and moving a
-// block inside a stream.
+// Descriptor and stream I/O of WFileSystem::File: copying, reading and writing through a buffer, lines, positions, and
+// moving a block inside a stream.
 
 #include <FileSystem/File.h>
 
@@ -14,8 +14,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
+#include <random>
 #include <string>
+#include <sys/mman.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -39,6 +42,21 @@ std::string MakeText(unsigned long size) {
     }
     return text;
 }
+
+/// A buffer over memory of the test's own, that says it has any size.
+class LentBuffer : public WDataType::Binary {
+public:
+    LentBuffer(char* memory, unsigned long size) : memory_(memory), fullSize_(size), size_(size) {}
+    unsigned long GetSize() const override { return size_; }
+    char* GetBuffer() const override { return memory_; }
+    void ReduceSize(unsigned long count) override { size_ -= count; }
+    void RestoreFullSize() override { size_ = fullSize_; }
+
+private:
+    char* memory_;
+    unsigned long fullSize_;
+    unsigned long size_;
+};
 
 class FileStreamTest : public testing::Test {
 protected:
@@ -130,7 +148,10 @@ TEST_F(FileStreamTest, CopyOfDescriptorsReportsAWriteThatFallsShort) {
     auto const buffer = MakeBuffer(16);
     Recorder recorder;
     recorder.On("write").Limit(3);
-    EXPECT_THROW(File::Copy(from, to, *buffer), WBase::ExceptionImpl<WBase::Message>);
+    errno = EDQUOT; // no call has failed, so the error number is whatever it was
+    EXPECT_REPORT(
+        File::Copy(from, to, *buffer),
+        L"WFileSystem::File::Copy: ::write failed for file #" + std::to_wstring(to) + L".", EDQUOT);
     recorder.Stop();
     EXPECT_EQ(Read("to"), "tex");
 }
@@ -169,18 +190,59 @@ TEST_F(FileStreamTest, CopyOfDescriptorsAfterAFailedReadReportsAWriteThatTransfe
 }
 
 TEST_F(FileStreamTest, CopyOfDescriptorsCutsTheChunkTo32Bits) {
-    class HugeBuffer : public WDataType::Binary {
-    public:
-        unsigned long GetSize() const override { return 0x100000005UL; }
-        char* GetBuffer() const override { return nullptr; }
-        void ReduceSize(unsigned long /*count*/) override {}
-        void RestoreFullSize() override {}
-    } buffer;
+    LentBuffer buffer(nullptr, 0x100000005UL);
     Recorder recorder;
     recorder.On("read").Script({0});
     recorder.On("fsync").Return(0);
     File::Copy(0, 1, buffer);
     EXPECT_EQ(recorder.Find("read").size, 5);
+}
+
+TEST_F(FileStreamTest, CopyOfDescriptorsLooksAtTheLower32BitsOfWhatWasWritten) {
+    Recorder recorder;
+    recorder.On("read").Script({3, -1, 0});
+    recorder.On("write").Script({0x100000003L, 0xFFFFFFFFL});
+    recorder.On("fsync").Return(0);
+    EXPECT_EQ(File::Copy(0, 1, *MakeBuffer(16)), 0);
+    EXPECT_EQ(recorder.Names(), "read write read write read fsync");
+}
+
+TEST_F(FileStreamTest, CopyOfDescriptorsTakesAWriteOfTwoGigabytesForAFailure) {
+    auto const buffer = MakeBuffer(16);
+    Recorder recorder;
+    recorder.On("read").Script({0x80000000L});
+    recorder.On("write").Script({0x80000000L});
+    errno = EDQUOT; // no call has failed, so the error number is whatever it was
+    EXPECT_REPORT(File::Copy(0, 1, *buffer), L"WFileSystem::File::Copy: ::write failed for file #1.", EDQUOT);
+}
+
+TEST_F(FileStreamTest, CopyOfDescriptorsAfterAFailedReadWritesTheMemoryBehindTheBuffer) {
+    auto const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    void* const memory = ::mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    std::memset(memory, 'x', 2 * page);
+    ASSERT_EQ(::mprotect(static_cast<char*>(memory) + 2 * page, page, PROT_NONE), 0);
+    LentBuffer buffer(static_cast<char*>(memory), 16);
+    int const to = OpenDescriptor("to", O_WRONLY | O_CREAT);
+    Recorder recorder;
+    recorder.On("read").Optional().Script({-1, 0}, EISDIR);
+    try {
+        File::Copy(0, to, buffer);
+    } catch (WBase::ExceptionImpl<WBase::Message> const&) { // NOLINT(bugprone-empty-catch): what was written counts
+    }
+    recorder.Stop();
+    ::munmap(memory, 3 * page);
+    if (recorder.Find("write").result == -1) {
+        GTEST_SKIP() << "this system does not write a part of such a buffer";
+    }
+    EXPECT_EQ(Read("to"), std::string(2 * page, 'x'));
+}
+
+TEST_F(FileStreamTest, CopyOfDescriptorsThroughAnEmptyBufferCopiesNothing) {
+    Make("from", "text");
+    EXPECT_EQ(
+        File::Copy(OpenDescriptor("from", O_RDONLY), OpenDescriptor("to", O_WRONLY | O_CREAT), *MakeBuffer(0)), 0);
+    EXPECT_EQ(Read("to"), "");
 }
 
 TEST_F(FileStreamTest, CopyOfDescriptorsReportsASyncThatFails) {
@@ -203,7 +265,8 @@ TEST_F(FileStreamTest, CopyOfAStreamOfOneBufferMakesTwoReadsAndOneWrite) {
     Recorder recorder;
     EXPECT_EQ(File::Copy(from, to, *buffer), 0);
     recorder.Stop();
-    EXPECT_EQ(recorder.Names(), "fread fwrite fread fflush");
+    EXPECT_THAT(
+        recorder.Calls(), testing::ElementsAre("fread(1, 16384)", "fwrite(16384, 1)", "fread(1, 16384)", "fflush()"));
     EXPECT_EQ(Read("to"), MakeText(16384));
 }
 
@@ -215,7 +278,10 @@ TEST_F(FileStreamTest, CopyOfAStreamEndsWithTheFirstShortRead) {
     Recorder recorder;
     File::Copy(from, to, *buffer);
     recorder.Stop();
-    EXPECT_EQ(recorder.Names(), "fread fwrite fread fwrite fread fwrite fflush");
+    EXPECT_THAT(
+        recorder.Calls(),
+        testing::ElementsAre(
+            "fread(1, 4)", "fwrite(4, 1)", "fread(1, 4)", "fwrite(4, 1)", "fread(1, 4)", "fwrite(3, 1)", "fflush()"));
     EXPECT_EQ(Read("to"), MakeText(11));
 }
 
@@ -225,6 +291,27 @@ TEST_F(FileStreamTest, CopyOfStreamsBeginsAtThePosition) {
     std::fseek(from, 8, SEEK_SET);
     File::Copy(from, OpenStream("to", "w"), *MakeBuffer(64));
     EXPECT_EQ(Read("to"), "89");
+}
+
+TEST_F(FileStreamTest, CopyOfStreamsUsesTheFullSizeOfTheBuffer) {
+    Make("from", MakeText(10));
+    FILE* const from = OpenStream("from", "r");
+    FILE* const to = OpenStream("to", "w");
+    auto const buffer = MakeBuffer(8);
+    buffer->ReduceSize(7);
+    Recorder recorder;
+    File::Copy(from, to, *buffer);
+    EXPECT_EQ(recorder.Names(), "fread fwrite fread fwrite fflush");
+}
+
+TEST_F(FileStreamTest, CopyOfStreamsThroughAnEmptyBufferGoesOnForEver) {
+    Make("from", "text");
+    FILE* const from = OpenStream("from", "r");
+    FILE* const to = OpenStream("to", "w");
+    Recorder recorder;
+    recorder.On("fread").Nth(1000).Fail(EIO);
+    EXPECT_REPORT(File::Copy(from, to, *MakeBuffer(0)), L"WFileSystem::File::Read: ::fread failed.", EIO);
+    EXPECT_EQ(recorder.Count("fread"), 1000);
 }
 
 // Reading a stream
@@ -353,6 +440,23 @@ TEST_F(FileStreamTest, ReadLineOfAStreamReportsAFailure) {
     EXPECT_REPORT(File::ReadLine(stream, *buffer), L"WFileSystem::File::ReadLine: ::fgets failed.", EIO);
 }
 
+TEST_F(FileStreamTest, AStreamThatOnceFailedMakesEveryLaterReadLineFail) {
+    Make("file", "abc\ndef\n");
+    FILE* const stream = OpenStream("file", "r");
+    EXPECT_EQ(std::fputc('x', stream), EOF);
+    EXPECT_THROW(File::ReadLine(stream, *MakeBuffer(8)), WBase::ExceptionImpl<WBase::Message>);
+    EXPECT_THROW(File::ReadLine(stream, *MakeBuffer(8)), WBase::ExceptionImpl<WBase::Message>);
+    EXPECT_NE(std::ferror(stream), 0);
+}
+
+TEST_F(FileStreamTest, ReadLineOfAStreamCountsTheBufferIn32Bits) {
+    Make("file", "abcdefg\n");
+    char memory[16];
+    LentBuffer buffer(memory, 0x100000004UL);
+    File::ReadLine(OpenStream("file", "r"), buffer);
+    EXPECT_EQ(TextOf(buffer), "abc");
+}
+
 TEST_F(FileStreamTest, ReadLineOfAStreamLosesWhatFollowsAZeroByte) {
     Make("file", std::string("ab\0cd\nef", 8));
     FILE* const stream = OpenStream("file", "r");
@@ -435,6 +539,12 @@ TEST_F(FileStreamTest, TruncateReportsAFailure) {
     EXPECT_REPORT(File::Truncate(fd, -1), L"WFileSystem::File::Truncate: ::ftruncate failed.", EINVAL);
 }
 
+TEST_F(FileStreamTest, TruncateOfAStreamSetsTheLengthOfItsFile) {
+    FILE* const stream = OpenStream("file", "w");
+    EXPECT_EQ(File::Truncate(stream, 0x123456789LL), 0);
+    EXPECT_EQ(File::GetSize(stream), 0x123456789LL);
+}
+
 TEST_F(FileStreamTest, TruncateOfAStreamDoesNotFlushIt) {
     FILE* const stream = OpenStream("file", "w");
     File::Write(stream, "abc", 0);
@@ -467,6 +577,17 @@ TEST_F(FileStreamTest, PositionsOfAStreamAreNotGivenBackBySetting) {
     EXPECT_EQ(File::MovePosition(stream, -1), 0);
     EXPECT_EQ(File::GetPosition(stream), 3);
     EXPECT_THAT(recorder.Calls(), testing::ElementsAre("fseeko(4, SEEK_SET)", "fseeko(-1, SEEK_CUR)", "ftello()"));
+}
+
+TEST_F(FileStreamTest, PositionsGoAboveFourGigabytes) {
+    int const fd = OpenDescriptor("file", O_RDWR | O_CREAT);
+    EXPECT_EQ(File::SetPosition(fd, 0x123456789LL), 0x123456789LL);
+    EXPECT_EQ(File::MovePosition(fd, 0x100000000LL), 0x223456789LL);
+    EXPECT_EQ(File::GetPosition(fd), 0x223456789LL);
+    FILE* const stream = OpenStream("file", "r+");
+    File::SetPosition(stream, 0x123456789LL);
+    File::MovePosition(stream, 0x100000000LL);
+    EXPECT_EQ(File::GetPosition(stream), 0x223456789LL);
 }
 
 TEST_F(FileStreamTest, PositionsOfADescriptorAreTriedOnce) {
@@ -509,28 +630,111 @@ std::string MovedInMemory(std::string text, BlockMove const& move) {
     return text;
 }
 
-TEST_F(FileStreamTest, CopyBlockMovesLikeMemoryInBothDirections) {
-    constexpr long long FILE_SIZE = 40;
-    std::string const text = MakeText(FILE_SIZE);
+class FileBlockTest : public FileStreamTest {
+protected:
+    void ExpectMoveLikeMemory(std::string const& text, BlockMove const& move) {
+        SCOPED_TRACE(
+            testing::Message() << move.source << " to " << move.destination << ", " << move.size << " bytes by "
+                               << move.bufferSize);
+        Make("file", text);
+        FILE* const stream = std::fopen((scratch_ / "file").c_str(), "r+");
+        ASSERT_NE(stream, nullptr);
+        File::SetPosition(stream, move.source);
+        EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(move.bufferSize), move.destination, move.size), 0);
+        std::fclose(stream);
+        EXPECT_TRUE(Read("file") == (move.source == move.destination ? text : MovedInMemory(text, move)));
+    }
+};
+
+TEST_F(FileBlockTest, SmallBlocksMoveLikeMemory) {
+    std::string const text = MakeText(40);
     for (unsigned long const bufferSize : {1UL, 2UL, 3UL, 4UL, 7UL, 16UL, 64UL}) {
         for (long long const source : {0LL, 1LL, 5LL, 13LL}) {
             for (long long const destination : {0LL, 1LL, 4LL, 6LL, 12LL, 14LL, 30LL}) {
                 for (long long const size : {1LL, 2LL, 3LL, 4LL, 8LL, 9LL, 20LL, 27LL}) {
-                    BlockMove const move = {source, destination, size, bufferSize};
-                    SCOPED_TRACE(
-                        testing::Message()
-                        << source << " to " << destination << ", " << size << " bytes by " << bufferSize);
-                    Make("file", text);
-                    FILE* const stream = std::fopen((scratch_ / "file").c_str(), "r+");
-                    ASSERT_NE(stream, nullptr);
-                    File::SetPosition(stream, source);
-                    EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(bufferSize), destination, size), 0);
-                    std::fclose(stream);
-                    std::string const expected = source == destination ? text : MovedInMemory(text, move);
-                    ASSERT_EQ(Read("file"), expected);
+                    ExpectMoveLikeMemory(text, {source, destination, size, bufferSize});
                 }
             }
         }
+    }
+}
+
+TEST_F(FileBlockTest, BlocksBeyondTheStreamsOwnBufferMoveLikeMemory) {
+    constexpr long long FILE_SIZE = 20000;
+    std::string const text = MakeText(FILE_SIZE);
+    std::mt19937 random(1);
+    auto const upTo = [&](long long most) { return std::uniform_int_distribution<long long>(0, most)(random); };
+    for (int round = 0; round < 300; ++round) {
+        long long const source = upTo(FILE_SIZE - 1);
+        long long const size = 1 + upTo(FILE_SIZE - source - 1);
+        long long const distance = round % 2 == 0 ? upTo(FILE_SIZE) - source : upTo(40) - 20;
+        long long const destination = std::max(0LL, source + distance);
+        ExpectMoveLikeMemory(text, {source, destination, size, 20 + static_cast<unsigned long>(upTo(10000))});
+    }
+}
+
+TEST_F(FileStreamTest, CopyBlockWorksAboveFourGigabytes) {
+    constexpr long long START = 0x123456789LL;
+    FILE* const stream = OpenStream("file", "w+");
+    File::SetPosition(stream, START);
+    File::Write(stream, "0123456789", 0);
+    File::SetPosition(stream, START);
+    File::CopyBlock(stream, *MakeBuffer(4), START + 2, 10);
+    File::SetPosition(stream, START);
+    File::Flush(stream);
+    File::CopyBlock(stream, *MakeBuffer(5), 1, 0);
+    auto const buffer = MakeBuffer(13);
+    File::SetPosition(stream, 0);
+    File::Read(stream, *buffer, 0);
+    EXPECT_EQ(
+        TextOf(*buffer), std::string(
+                             "\0"
+                             "010123456789",
+                             13));
+    EXPECT_EQ(File::GetSize(stream), START + 12);
+}
+
+TEST_F(FileStreamTest, CopyBlockUsesTheFullSizeOfTheBuffer) {
+    Make("file", MakeText(10));
+    FILE* const stream = OpenStream("file", "r+");
+    auto const buffer = MakeBuffer(8);
+    buffer->ReduceSize(7);
+    Recorder recorder;
+    File::CopyBlock(stream, *buffer, 1, 8);
+    EXPECT_EQ(recorder.Names(), "ftello fseeko fread fseeko fwrite fseeko");
+}
+
+TEST_F(FileStreamTest, CopyBlockTakesABufferOfFourGigabytes) {
+    Make("file", "0123456789");
+    FILE* const stream = OpenStream("file", "r+");
+    char memory[16];
+    LentBuffer buffer(memory, 0x100000000UL);
+    File::CopyBlock(stream, buffer, 4, 8);
+    File::Flush(stream);
+    EXPECT_EQ(Read("file"), "012301234567");
+}
+
+TEST_F(FileStreamTest, CopyBlockEndsWhereItsLastStepLeavesThePosition) {
+    struct Row {
+        long long source, destination, size, end;
+    };
+    for (Row const& row : std::vector<Row>{{1, 3, 8, 1}, {1, 3, 9, 4}, {3, 1, 8, 11}, {3, 1, 9, 10}}) {
+        Make("file", MakeText(12));
+        FILE* const stream = OpenStream("file", "r+");
+        File::SetPosition(stream, row.source);
+        File::CopyBlock(stream, *MakeBuffer(4), row.destination, row.size);
+        EXPECT_EQ(File::GetPosition(stream), row.end);
+    }
+}
+
+TEST_F(FileStreamTest, CopyBlockFromBehindTheEndWithoutASizeDoesNothing) {
+    Make("file", "0123");
+    FILE* const stream = OpenStream("file", "r+");
+    for (long long const destination : {0LL, 20LL}) {
+        File::SetPosition(stream, 9);
+        Recorder recorder;
+        File::CopyBlock(stream, *MakeBuffer(4), destination, 0);
+        EXPECT_EQ(recorder.Names(), "ftello fstat");
     }
 }
 
@@ -557,7 +761,8 @@ TEST_F(FileStreamTest, CopyBlockToItsOwnPlaceOnlyAsksForThePosition) {
     File::SetPosition(stream, 4);
     Recorder recorder;
     EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(4), 4, 3), 0);
-    EXPECT_EQ(recorder.Names(), "ftello");
+    EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(4), 4, 0), 0);
+    EXPECT_EQ(recorder.Names(), "ftello ftello");
 }
 
 TEST_F(FileStreamTest, CopyBlockOfNothingAtTheEndDoesNothing) {
@@ -565,7 +770,7 @@ TEST_F(FileStreamTest, CopyBlockOfNothingAtTheEndDoesNothing) {
     FILE* const stream = OpenStream("file", "r+");
     File::SetPosition(stream, 4);
     Recorder recorder;
-    EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(4), 0, 0), 0);
+    EXPECT_EQ(File::CopyBlock(stream, *MakeBuffer(0), 0, 0), 0); // not even the buffer is looked at
     EXPECT_EQ(recorder.Names(), "ftello fstat");
 }
 
@@ -609,6 +814,27 @@ TEST_F(FileStreamTest, CopyBlockStopsAtTheFirstStepThatFails) {
     File::Flush(stream);
     EXPECT_EQ(Read("file").substr(0, 10), "0123456789");
     EXPECT_EQ(Read("file").substr(16), "6789");
+}
+
+TEST_F(FileStreamTest, CopyBlockEndsAtWhicheverCallFails) {
+    for (long long const destination : {0LL, 3LL}) {
+        bool hasFailed = true;
+        for (unsigned int n = 1; hasFailed; ++n) {
+            Make("file", MakeText(11));
+            FILE* const stream = OpenStream("file", "r+");
+            File::SetPosition(stream, 1);
+            Recorder recorder;
+            recorder.On("*").Nth(n).Optional().Fail(EIO);
+            try {
+                File::CopyBlock(stream, *MakeBuffer(4), destination, 0);
+                hasFailed = false;
+            } catch (WBase::ExceptionImpl<WBase::Message> const& failure) {
+                EXPECT_EQ(failure.GetID(), EIO);
+                EXPECT_EQ(recorder.All().size(), n);
+            }
+            EXPECT_EQ(recorder.Interventions(), hasFailed ? 1U : 0U);
+        }
+    }
 }
 
 TEST_F(FileStreamTest, CopyBlockPastTheEndWritesWhatTheBufferHeldBeforeAndToAnotherPlace) {

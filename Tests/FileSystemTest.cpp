@@ -68,6 +68,19 @@ TestSupport::ExpectedMessage NarrowConversionFailure(char const* byte, std::size
         L" does not begin or continue a valid sequence.");
 }
 
+/// Makes directories inside each other, below the given one, until the path of the innermost takes so many bytes.
+std::string MakeDeepDirectory(std::string const& root, std::size_t length) {
+    std::string path = root + '/' + std::to_string(length);
+    MakeDirectory(path);
+    while (path.size() < length) {
+        // No part may be left without a name.
+        std::size_t const rest = length - path.size() - 1;
+        path += '/' + std::string(rest <= 100 ? rest : 98, 'd');
+        MakeDirectory(path);
+    }
+    return path;
+}
+
 // The working directory
 
 class WorkingDirectoryTest : public testing::Test {
@@ -76,19 +89,6 @@ protected:
 
     static std::wstring SetFailure(std::wstring const& path) {
         return L"WFileSystem::SetCurrentWorkingDirectory: ::chdir failed for '" + path + L"'.";
-    }
-
-    /// Makes directories inside each other until the path of the innermost takes so many bytes.
-    std::string MakeDeepDirectory(std::size_t length) const {
-        std::string path = scratch_ / std::to_string(length);
-        MakeDirectory(path);
-        while (path.size() < length) {
-            // No part may be left without a name.
-            std::size_t const rest = length - path.size() - 1;
-            path += '/' + std::string(rest <= 100 ? rest : 98, 'd');
-            MakeDirectory(path);
-        }
-        return path;
     }
 
     TestSupport::ScratchDirectory scratch_;
@@ -113,14 +113,14 @@ TEST_F(WorkingDirectoryTest, EachNameComesOutAsItIs) {
 }
 
 TEST_F(WorkingDirectoryTest, APathOf1023BytesIsTheLongest) {
-    std::string const path = MakeDeepDirectory(1023);
+    std::string const path = MakeDeepDirectory(scratch_.Path(), 1023);
     WorkingDirectory const inside(path);
     EXPECT_EQ(Get(), Widen(path));
 }
 
 TEST_F(WorkingDirectoryTest, ALongerPathIsReportedAndNoLargerBufferIsTried) {
     for (std::size_t const length : {1024U, 1025U, 3000U}) {
-        WorkingDirectory const inside(MakeDeepDirectory(length));
+        WorkingDirectory const inside(MakeDeepDirectory(scratch_.Path(), length));
         Recorder recorder;
         EXPECT_REPORT(Get(), GET_FAILURE, ERANGE);
         EXPECT_THAT(recorder.Calls(), ElementsAre("getcwd(1024)"));
@@ -237,6 +237,12 @@ TEST_F(WorkingDirectoryTest, TheNarrowPathOfAChangeIsReleasedBeforeAnythingElse)
     allocations.Stop();
     ASSERT_THAT(allocations.ReleasedTexts(), testing::Not(IsEmpty()));
     EXPECT_EQ(allocations.ReleasedTexts().front(), "/no/such/directory");
+}
+
+TEST_F(WorkingDirectoryTest, TheErrorOfAChangeIsReadBeforeThePathIsReleased) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    TestSupport::Allocations const allocations; // a release changes errno
+    EXPECT_REPORT(SetCurrentWorkingDirectory(L"/no/such/directory"), SetFailure(L"/no/such/directory"), ENOENT);
 }
 
 // Temporary files
@@ -357,7 +363,36 @@ TEST_F(TemporaryFileTest, TheSystemUsesFiveBytesOfThePrefix) {
     EXPECT_EQ(name.find('-'), std::string::npos);
 }
 
+/// The greatest length of a container path that leaves room for a name with a prefix of three bytes: "/abcXXXXXX".
+constexpr std::size_t LONGEST_CONTAINER_PATH = PATH_MAX - 1 - 10;
+
+TEST_F(TemporaryFileTest, AFileIsCreatedWhereItsPathHasTheGreatestLength) {
+    std::string const directory = MakeDeepDirectory(scratch_.Path(), LONGEST_CONTAINER_PATH);
+    Environment const environment("TMPDIR", directory);
+    std::string const path = TestSupport::Narrow(Create(L"abc"));
+    EXPECT_THAT(path, StartsWith(directory + "/abc"));
+    EXPECT_EQ(path.size(), PATH_MAX - 1U);
+    EXPECT_EQ(ReadFile(path), "");
+}
+
 // ---- Failures
+
+TEST_F(TemporaryFileTest, AContainerPathWithoutRoomForANameIsReported) {
+    for (std::size_t const length : {LONGEST_CONTAINER_PATH + 1, LONGEST_CONTAINER_PATH + 2, PATH_MAX - 1UL}) {
+        std::string const directory = MakeDeepDirectory(scratch_.Path(), length);
+        Environment const environment("TMPDIR", directory);
+        EXPECT_REPORT(Create(L"abc"), NameFailure(L"abc"), EINVAL);
+        EXPECT_THAT(List(directory), IsEmpty());
+    }
+}
+
+TEST_F(TemporaryFileTest, AContainerPathThatNoCallTakesIsNotUsed) {
+    Environment const environment("TMPDIR", scratch_.Path() + std::string(PATH_MAX - scratch_.Path().size(), '/'));
+    Recorder recorder("tempnam");
+    recorder.On("tempnam").Fail(EEXIST);
+    EXPECT_REPORT(Create(L"abc"), NameFailure(L"abc"), EEXIST);
+    EXPECT_THAT(recorder.Calls(), ElementsAre("tempnam(\"/tmp\", \"abc\")"));
+}
 
 TEST_F(TemporaryFileTest, APrefixThatIsCutInsideACharacterThrowsAndCreatesNothing) {
     auto const failure = NarrowConversionFailure("C3", scratch_.Path().size() + 5);
@@ -393,6 +428,14 @@ TEST_F(TemporaryFileTest, ThePrefixAndThenTheDirectoryAreReleasedBeforeTheNameIs
     ASSERT_GE(allocations.ReleasedTexts().size(), 2U);
     EXPECT_EQ(allocations.ReleasedTexts()[0], "prefix");
     EXPECT_EQ(allocations.ReleasedTexts()[1], scratch_.Path());
+}
+
+TEST_F(TemporaryFileTest, TheErrorOfAMissingNameIsReadBeforeTheTextsAreReleased) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    TestSupport::Allocations const allocations; // a release changes errno
+    Recorder recorder;
+    recorder.On("tempnam").Fail(EEXIST);
+    EXPECT_REPORT(Create(L"prefix"), NameFailure(L"prefix"), EEXIST);
 }
 
 TEST_F(TemporaryFileTest, AFailedOpenIsReportedAsByTheOpenAndNotTriedAgain) {

@@ -333,6 +333,13 @@ TEST_F(FileTest, AFailedOpenIsReportedWithItsErrorAndLeavesNothingOpen) {
     }
 }
 
+TEST_F(FileTest, ErrorsAreReadBeforeAnythingIsAllocated) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    TestSupport::Allocations const allocations; // each changes errno
+    EXPECT_REPORT(OpenDescriptor(path_), OpenFailure(path_), ENOENT);
+    EXPECT_REPORT(OpenStream(path_), StreamFailure(path_), ENOENT);
+}
+
 TEST_F(FileTest, PathsStandInReportsAsTheyWereGiven) {
     std::string const longest = PathOfLength(PATH_MAX, "x"); // one byte too many, with the NUL
     struct Row {

@@ -303,6 +303,15 @@ TEST_F(InprocessSemaphoreTest, NoMoreUnitsThanTheMaximumAreFree) {
     EXPECT_FALSE(TryToTake(semaphore));
 }
 
+TEST_F(InprocessSemaphoreTest, WhoBeginsAboveTheMaximumIsNotStoppedByIt) {
+    InprocessSemaphore semaphore(2, 1);
+    EXPECT_NO_THROW(semaphore.ReleaseResource());
+    for (int unit = 0; unit < 3; ++unit) {
+        EXPECT_TRUE(TryToTake(semaphore));
+    }
+    EXPECT_FALSE(TryToTake(semaphore));
+}
+
 TEST_F(InprocessSemaphoreTest, TheMaximumIsTheGreatestSignedNumberByDefault) {
     InprocessSemaphore semaphore(0x7FFFFFFE);
     semaphore.ReleaseResource();

@@ -176,6 +176,14 @@ TEST_P(FailingOpenTest, AnOpenIsNotRepeatedAndLeavesOpenWhatWasOpened) {
     }
 }
 
+TEST_P(FailingOpenTest, AFailedOpenPrintsNothing) {
+    auto const client = MakeClient();
+    Recorder recorder;
+    recorder.On("open").Nth(GetParam().nth).Fail(EACCES);
+    EXPECT_EQ(PrintedBy([&] { EXPECT_NE(NamedPipeErrorOf([&] { client->Connect(); }), "nothing is thrown"); }), "");
+    client->Disconnect();
+}
+
 TEST_P(FailingOpenTest, TheLockOfAFailedConnectStaysUntilDisconnect) {
     DescriptorCheck const check;
     auto const client = MakeClient();
@@ -208,6 +216,16 @@ TEST_F(NamedPipeClientTest, ALockThatCannotBeHadIsPrintedAndLeavesTheLockFileOpe
     EXPECT_EQ(recorder.Names(), "open fcntl");
 }
 
+TEST_F(NamedPipeClientTest, DisconnectClosesTheLockFileAlsoWhereTheLockCouldNotBeHad) {
+    DescriptorCheck const check;
+    auto const client = MakeClient();
+    Recorder recorder;
+    recorder.On("fcntl").Nth(1).Fail(ENOLCK);
+    PrintedBy([&] { EXPECT_EQ(client->Connect(), -1); });
+    EXPECT_EQ(client->Disconnect(), 0);
+    EXPECT_EQ(recorder.Names(), "open fcntl fcntl close close close");
+}
+
 TEST_F(NamedPipeClientTest, TheLockFileIsNamedByItsAbsolutePath) {
     ASSERT_EQ(::chdir(scratch_.Path().c_str()), 0);
     auto const client = CreateNamedPipeClient(L"p");
@@ -217,6 +235,18 @@ TEST_F(NamedPipeClientTest, TheLockFileIsNamedByItsAbsolutePath) {
     EXPECT_EQ(printed, "Failed to lock file '" + lockPath_ + "'.\n" + std::strerror(EDEADLK) + "\n");
     client->Disconnect();
     ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST_F(NamedPipeClientTest, AFailureToNameTheLockFileIsPrintedInstead) {
+    auto const client = CreateNamedPipeClient(L"p");
+    Recorder recorder;
+    recorder.On("open").Instead([](Call const&) { return 0L; });
+    recorder.On("fcntl").Fail(EDEADLK);
+    recorder.On("getcwd").Fail(EACCES);
+    std::string const printed = PrintedBy([&] { EXPECT_EQ(client->Connect(), -1); });
+    EXPECT_EQ(
+        printed,
+        std::string("WFileSystem::GetCurrentWorkingDirectory: ::getcwd failed.\n") + std::strerror(EACCES) + "\n");
 }
 
 TEST_F(NamedPipeClientTest, WhatIsPrintedIsCutAt1023Bytes) {
@@ -373,12 +403,16 @@ TEST_F(NamedPipeClientTest, DisconnectReportsNoFailure) {
 }
 
 TEST_F(NamedPipeClientTest, DisconnectRepeatsAnInterruptedClose) {
-    auto const client = MakeClient();
-    client->Connect();
-    Recorder recorder;
-    recorder.On("close").First(2).FailWithoutCalling(EINTR);
-    client->Disconnect();
-    EXPECT_EQ(recorder.Names(), "fcntl close close close close close");
+    DescriptorCheck const check;
+    for (unsigned int const nth : {1U, 2U, 3U}) {
+        auto const client = MakeClient();
+        client->Connect();
+        Recorder recorder;
+        recorder.On("close").Nth(nth).FailWithoutCalling(EINTR);
+        client->Disconnect();
+        EXPECT_EQ(recorder.Names(), "fcntl close close close close");
+        EXPECT_EQ(recorder.Find("close", nth).fd, recorder.Find("close", nth + 1).fd);
+    }
 }
 
 TEST_F(NamedPipeClientTest, AClientConnectsAgainAfterDisconnect) {
@@ -388,6 +422,14 @@ TEST_F(NamedPipeClientTest, AClientConnectsAgainAfterDisconnect) {
         EXPECT_EQ(client->Connect(), 0);
         EXPECT_EQ(client->Disconnect(), 0);
     }
+}
+
+TEST_F(NamedPipeClientTest, ASecondConnectWithoutDisconnectLosesTheFormerDescriptors) {
+    DescriptorCheck const check(3);
+    auto const client = MakeClient();
+    EXPECT_EQ(client->Connect(), 0);
+    EXPECT_EQ(client->Connect(), 0);
+    client->Disconnect();
 }
 
 TEST_F(NamedPipeClientTest, ASecondDisconnectMakesTheSameCallsAgain) {

@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -152,6 +153,60 @@ TEST_F(NamedPipeServerTest, TheServerKeepsOneDescriptorAndProgramsInheritIt) {
     EXPECT_FALSE(IsCloseOnExec(static_cast<int>(recorder.Find("open", 2).result)));
 }
 
+TEST_F(NamedPipeServerTest, TheFieldsStandInTheirOrder) {
+    Recorder recorder;
+    auto const server = MakeServer();
+    recorder.Stop();
+    struct Fields {
+        void* table;
+        bool (*cancel)();
+        std::wstring base;
+        int numbers[3];
+    };
+    static_assert(sizeof(NamedPipeServerImpl) == sizeof(Fields));
+    auto const* const object = reinterpret_cast<char const*>(server.get());
+    bool (*cancel)() = nullptr;
+    std::memcpy(&cancel, object + offsetof(Fields, cancel), sizeof cancel);
+    EXPECT_EQ(cancel, &NamedPipeStory::Cancel);
+    int numbers[3] = {};
+    std::memcpy(numbers, object + offsetof(Fields, numbers), sizeof numbers);
+    EXPECT_THAT(numbers, ElementsAre(PAUSE, recorder.Find("open", 2).result, -1));
+}
+
+TEST_F(NamedPipeServerTest, WhatCannotBeLookedAtIsDeletedAllTheSame) {
+    MakeServer();
+    Recorder recorder;
+    recorder.On("stat").Fail(EACCES);
+    auto const server = MakeServer();
+    EXPECT_EQ(recorder.Names(), "stat unlink umask mkfifo umask stat unlink umask mkfifo umask open fcntl open close");
+}
+
+TEST_F(NamedPipeServerTest, ALinkThatLeadsNowhereIsNotDeletedAndMakesTheCreationFail) {
+    ASSERT_EQ(::symlink("nothing", readerPath_.c_str()), 0);
+    Recorder const recorder;
+    EXPECT_EQ(NamedPipeErrorOf([&] { MakeServer(); }), "Failed to create name pipe");
+    EXPECT_EQ(recorder.Names(), "stat umask mkfifo");
+    EXPECT_THAT(Files(), ElementsAre("p.ServerReader"));
+}
+
+TEST_F(NamedPipeServerTest, ALinkInPlaceOfTheLockFileIsFollowedAndItsFileEmptied) {
+    WriteFile(scratch_ / "precious", "data");
+    ASSERT_EQ(::symlink("precious", lockPath_.c_str()), 0);
+    auto const server = MakeServer();
+    EXPECT_EQ(ReadFile(scratch_ / "precious"), "");
+}
+
+TEST_F(NamedPipeServerTest, AFailedCreationPrintsNothing) {
+    for (unsigned int const nth : {1U, 2U}) {
+        Recorder recorder;
+        recorder.On("mkfifo").Nth(nth).Fail(EACCES);
+        EXPECT_EQ(PrintedBy([&] { EXPECT_NE(NamedPipeErrorOf([&] { MakeServer(); }), "nothing is thrown"); }), "");
+    }
+    Recorder recorder;
+    recorder.On("open").Nth(2).Fail(EACCES);
+    EXPECT_EQ(PrintedBy([&] { EXPECT_NE(NamedPipeErrorOf([&] { MakeServer(); }), "nothing is thrown"); }), "");
+}
+
 TEST_F(NamedPipeServerTest, CreationFailsWhereSomethingInTheWayCannotBeDeletedAndTheMaskStaysZero) {
     ASSERT_EQ(::mkdir(readerPath_.c_str(), 0700), 0);
     EXPECT_EQ(NamedPipeErrorOf([&] { MakeServer(); }), "Failed to create name pipe");
@@ -266,6 +321,19 @@ TEST_F(NamedPipeServerTest, ListenWithAConnectionMakesNoCallAndAsksNobody) {
     EXPECT_EQ(story.Tell(), "");
 }
 
+TEST_F(NamedPipeServerTest, DescriptorZeroIsAConnectionLikeAnyOther) {
+    auto server = MakeServer();
+    OpenAsClient();
+    CloseDuring const noInput(0);
+    EXPECT_EQ(server->Listen(), 0);
+    NamedPipeStory const story;
+    EXPECT_EQ(server->Listen(), 0);
+    EXPECT_EQ(story.Tell(), "");
+    EXPECT_EQ(server->Write("x", 1), 0);
+    EXPECT_EQ(story.recorder.Find("write").fd, 0);
+    server.reset();
+}
+
 TEST_F(NamedPipeServerTest, ListenPrintsAndReportsEveryFailureButAMissingClient) {
     auto const server = MakeServer();
     for (int const error : {ENOENT, EINTR, EACCES, EMFILE}) {
@@ -367,11 +435,22 @@ TEST_F(NamedPipeServerTest, TheEndClosesTheWriteDescriptorAlsoWhereThereIsNone) 
 }
 
 TEST_F(NamedPipeServerTest, TheEndRepeatsAnInterruptedClose) {
-    auto server = MakeServer();
+    for (unsigned int const nth : {1U, 2U}) {
+        auto server = MakeServer();
+        Recorder recorder;
+        recorder.On("close").Nth(nth).FailWithoutCalling(EINTR);
+        server.reset();
+        EXPECT_EQ(recorder.Names(), "close close close");
+        EXPECT_EQ(recorder.Find("close", nth).fd, recorder.Find("close", nth + 1).fd);
+    }
+}
+
+TEST_F(NamedPipeServerTest, CreationRepeatsAnInterruptedClose) {
+    DescriptorCheck const check;
     Recorder recorder;
-    recorder.On("close").First(2).FailWithoutCalling(EINTR);
-    server.reset();
-    EXPECT_EQ(recorder.Names(), "close close close close");
+    recorder.On("close").Nth(1).FailWithoutCalling(EINTR);
+    MakeServer();
+    EXPECT_EQ(recorder.Find("close", 1).fd, recorder.Find("close", 2).fd);
 }
 
 // ---- Surprises

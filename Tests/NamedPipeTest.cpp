@@ -234,7 +234,7 @@ TEST_F(NamedPipeTest, AThousandExchangesByEightClientsInTurnLoseAndMixNothing) {
             parent.WaitFor("begin");
             auto const client = CreateNamedPipeClient(base_.c_str());
             for (unsigned int sequence = 0; sequence < EXCHANGES; ++sequence) {
-                std::string const payload = MakeMessage(sequence * 131 % 9000, number);
+                std::string const payload = MakeMessage(sequence * 131 % 9000, number * EXCHANGES + sequence);
                 Header const header = {number, sequence, static_cast<unsigned int>(payload.size())};
                 ASSERT_EQ(client->Connect(), 0);
                 client->Write(&header, sizeof header);
@@ -401,6 +401,20 @@ TEST_F(NamedPipeTest, AReplyToAClientThatIsKilledFails) {
     EXPECT_EQ(NamedPipeErrorOf([&] { WriteMessage(*server, "reply"); }), WriteError(EPIPE));
 }
 
+TEST_F(NamedPipeTest, AReplyToAClientThatIsKilledWhileItComesFails) {
+    Child child([&](Child::Parent& parent) {
+        auto const client = Connect(parent);
+        parent.WaitFor("the end");
+    });
+    auto const server = MakeServer();
+    LetConnect(child, *server);
+    NamedPipeStory story;
+    story.recorder.On("sleep").Nth(1).Before([&](Call const&) { EXPECT_EQ(child.Kill(), -SIGKILL); });
+    std::string const reply(MORE_THAN_A_FIFO_HOLDS, 'x');
+    EXPECT_EQ(NamedPipeErrorOf([&] { WriteMessage(*server, reply); }), WriteError(EPIPE));
+    EXPECT_EQ(story.recorder.Names(), "sigaction write sleep write sigaction");
+}
+
 TEST_F(NamedPipeTest, AMessageThatAClientDidNotFinishIsFilledUpByTheNextClient) {
     std::list<Child> children;
     for (int i = 0; i < 2; ++i) {
@@ -416,6 +430,28 @@ TEST_F(NamedPipeTest, AMessageThatAClientDidNotFinishIsFilledUpByTheNextClient) 
         EXPECT_EQ(child.Wait(), 0);
     }
     EXPECT_EQ(ReadMessage(*server, 8), "halfhalf");
+}
+
+TEST_F(NamedPipeTest, ANewServerDropsTheMessageThatAKilledClientDidNotFinish) {
+    Child killed([&](Child::Parent& parent) {
+        auto const client = Connect(parent);
+        WriteMessage(*client, "half");
+        parent.Say("written");
+        parent.WaitFor("the end");
+    });
+    Child next([&](Child::Parent& parent) {
+        auto const client = Connect(parent);
+        WriteMessage(*client, "a whole one");
+        client->Disconnect();
+    });
+    auto server = MakeServer();
+    LetConnect(killed, *server);
+    ASSERT_TRUE(killed.WaitFor("written"));
+    EXPECT_EQ(killed.Kill(), -SIGKILL);
+    server = MakeServer(); // before the former one ends
+    LetConnect(next, *server);
+    EXPECT_EQ(ReadMessage(*server, 11), "a whole one");
+    EXPECT_EQ(next.Wait(), 0);
 }
 
 TEST_F(NamedPipeTest, ALaterClientReadsWhatTheFormerLeftUnread) {
@@ -462,6 +498,30 @@ TEST_F(NamedPipeTest, AClientWhoseServerDiesReadsForEverAndFailsToWrite) {
     ASSERT_TRUE(client.WaitFor("connected"));
     EXPECT_EQ(server.Kill(), -SIGKILL);
     client.Say("talk");
+    EXPECT_EQ(client.Wait(), 0);
+}
+
+TEST_F(NamedPipeTest, ARequestToAServerThatIsKilledWhileItComesFails) {
+    SKIP_UNLESS_PROCESS_STATES_ARE_TOLD();
+    Child client([&](Child::Parent& parent) {
+        auto const pipe = Connect(parent);
+        Recorder recorder;
+        recorder.On("write").Nth(1).Before([&](Call const&) { parent.Say("writing"); });
+        std::string const request(MORE_THAN_A_FIFO_HOLDS, 'x');
+        EXPECT_EQ(NamedPipeErrorOf([&] { WriteMessage(*pipe, request); }), WriteError(EPIPE));
+        EXPECT_EQ(recorder.Names(), "sigaction write write sigaction");
+    });
+    Child server([&](Child::Parent& parent) {
+        auto const pipe = MakeServer();
+        parent.Say("made");
+        pipe->Listen();
+        parent.WaitFor("the end");
+    });
+    ASSERT_TRUE(server.WaitFor("made"));
+    client.Say("connect");
+    ASSERT_TRUE(client.WaitFor("writing"));
+    ASSERT_TRUE(WaitUntilAsleep(client));
+    EXPECT_EQ(server.Kill(), -SIGKILL);
     EXPECT_EQ(client.Wait(), 0);
 }
 

@@ -355,6 +355,22 @@ TEST_F(NamedPipeUtilTest, BlockingWriteCountsIn32BitsAndEndsWhenTheCountOverflow
     EXPECT_EQ(story.Tell(), Ignoring("write(2147483650) write(3)"));
 }
 
+// ---- Failures
+
+TEST_F(NamedPipeUtilTest, NoTransferPrintsAnything) {
+    std::string const printed = PrintedBy([&] {
+        EXPECT_EQ(
+            NamedPipeErrorOf([&] { NamedPipeUtil::Read(-1, buffer_, 4, NamedPipeStory::Cancel, 0); }),
+            "Named pipe read error");
+        EXPECT_EQ(NamedPipeErrorOf([&] { NamedPipeUtil::Read(-1, buffer_, 4); }), "Named pipe read error");
+        EXPECT_EQ(
+            NamedPipeErrorOf([&] { NamedPipeUtil::Write(-1, "data", 4, NamedPipeStory::Cancel, 0); }),
+            WriteError(EBADF));
+        EXPECT_EQ(NamedPipeErrorOf([&] { NamedPipeUtil::Write(-1, "data", 4); }), WriteError(EBADF));
+    });
+    EXPECT_EQ(printed, "");
+}
+
 // ---- The disposition of SIGPIPE
 
 volatile sig_atomic_t arrivedSignals = 0;
@@ -388,6 +404,14 @@ TEST_P(SigpipeTest, TheSignalIsIgnoredWhileAWriteRuns) {
 TEST_P(SigpipeTest, AWriteThatFailsPutsTheDispositionBack) {
     SigpipeDisposition const disposition(CountSignal, SA_RESTART | SA_NODEFER);
     EXPECT_EQ(NamedPipeErrorOf([&] { GetParam()(-1, 4); }), WriteError(EBADF));
+    EXPECT_TRUE(disposition.IsInForce());
+}
+
+TEST_P(SigpipeTest, AWriteThatFailsInTheMiddlePutsTheDispositionBack) {
+    SigpipeDisposition const disposition(CountSignal, SA_RESTART);
+    Recorder recorder;
+    recorder.On("write").Script({1, -1}, EIO);
+    EXPECT_EQ(NamedPipeErrorOf([&] { GetParam()(writeEnd_, 4); }), WriteError(EIO));
     EXPECT_TRUE(disposition.IsInForce());
 }
 
@@ -445,6 +469,15 @@ TEST_F(NamedPipeUtilTest, AWriteThatIsCancelledPutsTheDispositionBack) {
         EXPECT_EQ(PollWrite(4), -1);
         EXPECT_TRUE(disposition.IsInForce()) << cancelAt;
     }
+}
+
+TEST_F(NamedPipeUtilTest, AWriteWhoseCallbackThrowsPutsTheDispositionBack) {
+    SigpipeDisposition const disposition(CountSignal, SA_RESTART);
+    EXPECT_THROW(
+        NamedPipeUtil::Write(
+            writeEnd_, "x", 1, []() -> bool { throw 1; }, 0),
+        int);
+    EXPECT_TRUE(disposition.IsInForce());
 }
 
 TEST_F(NamedPipeUtilTest, AGuardIgnoresItsSignalForItsScope) {

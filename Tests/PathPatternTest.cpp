@@ -66,9 +66,9 @@ TEST_F(PathPatternTest, MatchesAreListedInSortedOrder) {
 
 TEST_F(PathPatternTest, MatchesCarryTheDirectoryOfThePattern) {
     EXPECT_THAT(Find(L"sub/*"), ElementsAre("sub/x"));
-    EXPECT_THAT(
-        Find(L"../*/sub/x"), ElementsAre("../" + scratch_.Path().substr(scratch_.Path().rfind('/') + 1) + "/sub/x"));
     EXPECT_THAT(Find(scratch_.Wide("[ab]")), ElementsAre(scratch_ / "a", scratch_ / "b"));
+    WorkingDirectory const inside("sub"); // so that what is above it belongs to this test alone
+    EXPECT_THAT(Find(L"../*/x"), ElementsAre("../sub/x"));
 }
 
 TEST_F(PathPatternTest, APatternThatMatchesNothingGivesAnEmptyCollection) {

@@ -3,6 +3,7 @@
 #include <FileSystem/File.h>
 #include <FileSystem/Initializer.h>
 #include <FileSystem/ReadableFile.h>
+#include <Tests/Support/Allocations.h>
 #include <Tests/Support/Child.h>
 #include <Tests/Support/Descriptors.h>
 #include <Tests/Support/Messages.h>
@@ -244,6 +245,23 @@ TEST_F(ReadableFileSharingTest, AWriterInAnotherProcessKeepsReadersOut) {
     EXPECT_TRUE(ReadableFile::ReadSmartLock_NoWait(*file).IsLocked());
 }
 
+TEST_F(ReadableFileSharingTest, ATryThatIsRefusedAllocatesNothing) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    Child child([this](Child::Parent& parent) {
+        LockExclusively(path_);
+        parent.Say("locked");
+        parent.WaitFor("end");
+    });
+    ASSERT_TRUE(child.WaitFor("locked"));
+    auto const file = Open();
+    TestSupport::Allocations allocations;
+    bool const isLocked = file->ReadLock(true);
+    EXPECT_EQ(allocations.Stop(), 0U);
+    EXPECT_FALSE(isLocked);
+    child.Say("end");
+    EXPECT_EQ(child.Wait(), 0);
+}
+
 TEST_F(ReadableFileSharingTest, AReaderWaitsForTheWriterInAnotherProcess) {
     Child child([this](Child::Parent& parent) {
         int const fd = LockExclusively(path_);
@@ -338,6 +356,14 @@ TEST_F(ReadableFileSharingTest, ClosingAnotherDescriptorDropsTheLockOfAFileObjec
     auto const file = Open();
     file->ReadLock(false);
     ::close(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(TestSupport::RecordLockSeenByOthers(path_), "");
+}
+
+TEST_F(ReadableFileSharingTest, ARefusedOpeningDropsTheLockOfTheFileObjectThatHasTheFile) {
+    auto const file = Open();
+    file->ReadLock(false);
+    TestSupport::CloseDuring const closed(STDIN_FILENO);
+    EXPECT_THROW(Open(), WBase::Message);
     EXPECT_EQ(TestSupport::RecordLockSeenByOthers(path_), "");
 }
 

@@ -225,6 +225,15 @@ TEST_F(ReadableFileTest, AnUnknownIdentityIsReportedAndTheDescriptorClosed) {
     EXPECT_EQ(recorder.Names(), "open fcntl fcntl fstat close");
 }
 
+TEST_F(ReadableFileTest, TheCloseForAnUnknownIdentityIsRepeatedWhileInterrupted) {
+    TestSupport::DescriptorCheck const check;
+    TestSupport::Recorder recorder;
+    recorder.On("fstat").Fail(EIO);
+    recorder.On("close").First(3).FailWithoutCalling(EINTR);
+    EXPECT_THROW(OpenReadableFile(widePath_.c_str()), WBase::Message);
+    EXPECT_EQ(recorder.Count("close"), 4U);
+}
+
 TEST_F(ReadableFileTest, ALockedRegistryIsReportedAndTheDescriptorClosed) {
     TestSupport::DescriptorCheck const check;
     TestSupport::Recorder recorder;

@@ -266,6 +266,15 @@ TEST_F(RecordLockTest, TheErrorIsThatOfTheLockNotOfTheWorkingDirectory) {
     EXPECT_EQ(recorder.Names(), "fcntl getcwd");
 }
 
+TEST_F(RecordLockTest, TheErrorIsReadBeforeAnythingIsAllocated) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    TestSupport::Allocations const allocations; // each changes errno
+    EXPECT_REPORT(File::WriteLock(-1, true), FileFailure(L"WriteLock", -1), EBADF);
+    EXPECT_REPORT(File::ReadLock(-1, false), FileFailure(L"ReadLock", -1), EBADF);
+    EXPECT_WRAPPED(FileImpl::WriteLock(L"/f", -1, false), L"Failed to lock file '/f'.", EBADF);
+    EXPECT_WRAPPED(FileImpl::ReadLock(L"/f", -1, true), L"Failed to lock file '/f'.", EBADF);
+}
+
 TEST_F(RecordLockTest, AnUnknownWorkingDirectoryReplacesTheFailureOfARelativePath) {
     Recorder recorder;
     recorder.On("getcwd").Fail(ENOENT);

@@ -27,6 +27,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <cerrno>
@@ -370,6 +371,8 @@ TEST_F(RecorderTest, CallsOfASignalHandlerThatComesInBetweenPass) {
     struct sigaction previous;
     action.sa_handler = [](int) { ::fsync(fd); };
     ASSERT_EQ(::sigaction(SIGUSR1, &action, &previous), 0);
+    // The first call looks the function up, which allocates: not a thing for a handler.
+    ASSERT_EQ(::fsync(fd_), 0);
     Recorder recorder;
     recorder.On("fsync").Before([](Call const&) { ::raise(SIGUSR1); });
     EXPECT_EQ(::fsync(fd_), 0);
@@ -861,6 +864,19 @@ TEST(AllocationsTest, ReleasedTextsStandInTheOrderOfTheReleases) {
     ::operator delete(unreleased);
 }
 
+TEST(AllocationsTest, AllocationsAndReleasesChangeErrno) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    Allocations allocations;
+    errno = 0;
+    void* const block = ::operator new(8);
+    EXPECT_EQ(std::exchange(errno, 0), Allocations::ERRNO_AFTERWARDS);
+    ::operator delete(block);
+    EXPECT_EQ(std::exchange(errno, 0), Allocations::ERRNO_AFTERWARDS);
+    allocations.Stop();
+    AllocateAndFree();
+    EXPECT_EQ(errno, 0);
+}
+
 TEST(AllocationsTest, RecordersAreNotCounted) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
     Recorder recorder;
@@ -947,7 +963,16 @@ TEST(ChildTest, AFailedAssertionShowsInTheExitCode) {
         ::close(STDOUT_FILENO);
         ADD_FAILURE();
     });
-    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_EQ(child.Wait(), Child::EXIT_FAILED_ASSERTION);
+}
+
+TEST(ChildTest, AFailedAssertionOutweighsTheExitCodeOfTheCode) {
+    Child child([](Child::Parent&) {
+        ::close(STDOUT_FILENO);
+        ADD_FAILURE();
+        return 75;
+    });
+    EXPECT_EQ(child.Wait(), Child::EXIT_FAILED_ASSERTION);
 }
 
 TEST(ChildTest, AChildCanBeKilled) {

@@ -86,6 +86,28 @@ TEST_F(UpdateableFileTest, EachViewWorksOnTheSameFile) {
     EXPECT_EQ(generic.GetPath(), readable.GetPath());
 }
 
+TEST_F(UpdateableFileTest, TheViewsShareLocksTimersAndTheCommit) {
+    auto const file = Open();
+    ReadableFile& readable = *file;
+    WriteableFile& writeable = *file;
+    GenericFile& generic = *file;
+    EXPECT_TRUE(readable.ReadLock(false) && file->IsReadLocked());
+    EXPECT_TRUE(writeable.WriteLock(false) && file->IsWriteLocked());
+    generic.SetPositionToEnd();
+    EXPECT_FALSE(file->IsLockTouched());
+    readable.ReadUnlock();
+    writeable.WriteUnlock();
+    EXPECT_FALSE(file->IsReadLocked() || file->IsWriteLocked());
+    EXPECT_EQ(&readable.GetReadTimer(), &file->GetReadTimer());
+    EXPECT_EQ(&readable.GetReadLockTimer(), &file->GetReadLockTimer());
+    EXPECT_EQ(&writeable.GetWriteTimer(), &file->GetWriteTimer());
+    EXPECT_EQ(&writeable.GetWriteLockTimer(), &file->GetWriteLockTimer());
+    EXPECT_TRUE(generic.IsAccessibleViaPath(nullptr));
+    writeable.CommitAndClose();
+    EXPECT_FALSE(generic.IsAccessibleViaPath(nullptr));
+    EXPECT_THROW(readable.GetPosition(), WBase::Message);
+}
+
 template <class View>
 void EndThroughView(std::wstring const& path) {
     std::unique_ptr<View> file = OpenUpdateableFile(path.c_str(), DELETE_FILE);
@@ -117,6 +139,23 @@ TEST_F(UpdateableFileTest, AStandardDescriptorIsAccepted) {
         EXPECT_TRUE(TestSupport::IsCloseOnExec(fd));
         file->CommitAndClose();
         EXPECT_FALSE(TestSupport::IsOpen(fd));
+    }
+}
+
+TEST_F(UpdateableFileTest, AStandardDescriptorIsUnlockedAndClosedByThePolicyLikeAnyOther) {
+    for (int const fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        TestSupport::WriteFile(path_, WritingFiles::CONTENT);
+        TestSupport::CloseDuring const closed(fd);
+        auto file = OpenUpdateableFile(widePath_.c_str(), TRUNCATE_FILE);
+        file->ReadLock(false);
+        file->ReadUnlock();
+        EXPECT_EQ(TestSupport::RecordLockSeenByOthers(path_), "");
+        file->WriteLock(false);
+        file->WriteUnlock();
+        EXPECT_EQ(TestSupport::RecordLockSeenByOthers(path_), "");
+        file.reset();
+        EXPECT_FALSE(TestSupport::IsOpen(fd));
+        EXPECT_EQ(TestSupport::ReadFile(path_), "");
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <FileSystem/File.h>
 
+#include <Tests/Support/Allocations.h>
 #include <Tests/Support/Descriptors.h>
 #include <Tests/Support/Messages.h>
 #include <Tests/Support/Recorder.h>
@@ -11,6 +12,8 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <functional>
+#include <new>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -111,10 +114,11 @@ TEST_F(WholeFileTest, DeleteOfAnUnconvertiblePathAnswersFalse) {
     EXPECT_FALSE(File::Delete(UNCONVERTIBLE, nullptr));
     EXPECT_FALSE(File::Delete(UNCONVERTIBLE, &report));
     EXPECT_EQ(recorder.Names(), "");
-    EXPECT_EQ(
-        report.GetMessage(),
-        std::wstring(L"Failed to delete file '") + UNCONVERTIBLE +
-            L"'.\nFailed to convert wide text: the character U+D800 at index 1 is not a Unicode scalar value.");
+    EXPECT_TRUE(Matches(
+        report,
+        TestSupport::WrappedWithoutCause(
+            std::wstring(L"Failed to delete file '") + UNCONVERTIBLE +
+            L"'.\nFailed to convert wide text: the character U+D800 at index 1 is not a Unicode scalar value.")));
 }
 
 TEST_F(WholeFileTest, DeleteRemovesALinkAndNotWhatItNames) {
@@ -294,6 +298,33 @@ TEST_F(WholeFileTest, CopyOfADescriptorIgnoresATargetThatCannotBeClosed) {
     EXPECT_NO_THROW(File::Copy(from, Wide("to").c_str()));
 }
 
+TEST_F(WholeFileTest, CopyOfADescriptorRepeatsAnInterruptedClose) {
+    std::string const path = Make("from", "text");
+    SourceDescriptor const from(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    TestSupport::DescriptorCheck const descriptors;
+    Recorder recorder;
+    recorder.On("close").First(9).FailWithoutCalling(EINTR);
+    File::Copy(from, Wide("to").c_str());
+    EXPECT_EQ(recorder.Count("close"), 10);
+}
+
+TEST_F(WholeFileTest, CopyOfADescriptorOrStreamOntoItsOwnFileEmptiesIt) {
+    std::string const first = Make("first", "text");
+    SourceDescriptor const descriptor(::open(first.c_str(), O_RDONLY | O_CLOEXEC));
+    File::Copy(descriptor, Wide("first").c_str());
+    EXPECT_EQ(Read("first"), "");
+    std::string const second = Make("second", "text");
+    SourceStream const stream(std::fopen(second.c_str(), "r"));
+    File::Copy(stream, Wide("second").c_str());
+    EXPECT_EQ(Read("second"), "");
+}
+
+TEST_F(WholeFileTest, CopyOfADescriptorToAPathThatCannotBeOpenedIsReported) {
+    EXPECT_REPORT(
+        File::Copy(0, Wide("missing/to").c_str()),
+        L"WFileSystem::File::OpenDescriptor: ::open failed for '" + Wide("missing/to") + L"'.", ENOENT);
+}
+
 TEST_F(WholeFileTest, CopyOfAStreamBeginsAtThePositionAndLeavesItOpen) {
     std::string const path = Make("from", "0123456789");
     SourceStream const from(std::fopen(path.c_str(), "r"));
@@ -315,6 +346,31 @@ TEST_F(WholeFileTest, CopyOfAStreamThatFailsClosesTheTarget) {
     recorder.On("fwrite").Fail(ENOSPC);
     EXPECT_REPORT(File::Copy(from, Wide("to").c_str()), L"WFileSystem::File::Write: Failed.", ENOSPC);
     EXPECT_EQ(recorder.Count("fclose"), 1);
+}
+
+TEST_F(WholeFileTest, CopyClosesWhatItOpenedWhenAnAllocationFails) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    std::string const path = Make("from", "text");
+    std::wstring const from = Wide("from");
+    std::wstring const to = Wide("to");
+    SourceDescriptor const descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    SourceStream const stream(std::fopen(path.c_str(), "r"));
+    for (std::function<void()> const& copy : std::initializer_list<std::function<void()>>{
+             [&] { File::Copy(from.c_str(), to.c_str()); }, [&] { File::Copy(descriptor, to.c_str()); },
+             [&] { File::Copy(stream, to.c_str()); }}) {
+        bool hasFailed = true;
+        for (unsigned int n = 1; hasFailed; ++n) {
+            TestSupport::DescriptorCheck const descriptors;
+            TestSupport::Allocations allocations;
+            allocations.FailNth(n);
+            try {
+                copy();
+            } catch (std::bad_alloc const&) { // NOLINT(bugprone-empty-catch): what was open then is checked
+            }
+            allocations.Stop();
+            hasFailed = allocations.HasFailed();
+        }
+    }
 }
 
 // Attributes
@@ -359,6 +415,20 @@ TEST_F(WholeFileTest, CopyAttributesDropsFractionsOfSeconds) {
     EXPECT_EQ(status.st_atim.tv_nsec, 0);
     EXPECT_EQ(status.st_mtim.tv_sec, 2000);
     EXPECT_EQ(status.st_mtim.tv_nsec, 0);
+}
+
+TEST_F(WholeFileTest, CopyAttributesGoesBeyond32BitsOfSeconds) {
+    Recorder recorder;
+    recorder.On("stat").Instead([](TestSupport::Call const& call) {
+        static_cast<struct stat*>(call.data)->st_atim.tv_sec = -0x80000001LL;
+        static_cast<struct stat*>(call.data)->st_mtim.tv_sec = 0x123456789LL;
+        return 0L;
+    });
+    for (char const* const function : {"utime", "chown", "chmod"}) {
+        recorder.On(function).Return(0);
+    }
+    EXPECT_TRUE(File::CopyAttributes(L"from", L"to", nullptr));
+    EXPECT_THAT(recorder.Calls(), testing::Contains("utime(\"to\", -2147483649, 4886718345)"));
 }
 
 TEST_F(WholeFileTest, CopyAttributesRepeatsAnInterruptedLookAtTheSource) {
@@ -424,6 +494,27 @@ TEST_F(WholeFileTest, CopyAttributesByAnOrdinaryUserReportsTheOwner) {
     EXPECT_THAT(
         report.GetMessage(),
         testing::HasSubstr(Described(L"Failed to change owner of file '" + Wide("to") + L"'.", EPERM)));
+}
+
+TEST_F(WholeFileTest, CopyAttributesByAnOrdinaryUserOntoAnOwnFileLacksTheOwnerOnly) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can make a file that belongs to somebody else";
+    }
+    constexpr uid_t ORDINARY = 65534;
+    Make("from", "");
+    std::string const to = Make("to", "");
+    ASSERT_EQ(::chmod((scratch_ / "from").c_str(), 0604), 0);
+    SetTimes("from", {1000, 0}, {2000, 0});
+    ASSERT_EQ(::chown(to.c_str(), ORDINARY, ORDINARY), 0);
+    ASSERT_EQ(::chmod(scratch_.Path().c_str(), 0777), 0);
+    ASSERT_EQ(::seteuid(ORDINARY), 0);
+    WBase::Message report;
+    bool const result = File::CopyAttributes(Wide("from").c_str(), Wide("to").c_str(), &report);
+    ASSERT_EQ(::seteuid(0), 0);
+    EXPECT_FALSE(result);
+    EXPECT_TRUE(Matches(report, TestSupport::Wrapped(L"Failed to change owner of file '" + Wide("to") + L"'.", EPERM)));
+    EXPECT_EQ(StatusOf("to").st_mode & 07777U, 0604U);
+    EXPECT_EQ(StatusOf("to").st_mtime, 2000);
 }
 
 // Size and time
@@ -498,14 +589,22 @@ TEST_F(WholeFileTest, GetLastModifiedIsRightUpTo19January2038) {
     EXPECT_TRUE(time == At(2038, 1, 19, 3, 14, 7));
 }
 
-TEST_F(WholeFileTest, GetLastModifiedAfter2038IsCutTo32Bits) {
+TEST_F(WholeFileTest, GetLastModifiedOutsideOf32BitsIsCut) {
     Make("file", "");
     WDataType::DateTime time;
+    long long seconds = 0;
     Recorder recorder;
     recorder.On("stat").After(
-        [](TestSupport::Call& call) { static_cast<struct stat*>(call.data)->st_mtim.tv_sec = 0x80000000L; });
+        [&](TestSupport::Call& call) { static_cast<struct stat*>(call.data)->st_mtim.tv_sec = seconds; });
+    seconds = 0x80000000LL; // 2038
     File::GetLastModified(Wide("file").c_str(), time);
     EXPECT_TRUE(time == At(1901, 12, 13, 20, 45, 52));
+    seconds = -0x80000001LL; // 1901
+    File::GetLastModified(Wide("file").c_str(), time);
+    EXPECT_TRUE(time == At(2038, 1, 19, 3, 14, 7));
+    seconds = 0x100000001LL; // 2106
+    File::GetLastModified(Wide("file").c_str(), time);
+    EXPECT_TRUE(time == At(1970, 1, 1, 0, 0, 1));
 }
 
 } // namespace

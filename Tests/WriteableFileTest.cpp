@@ -35,7 +35,12 @@ TEST_F(WriteableFileTest, OneLockedWriteMakesTheseCallsAndNoOthers) {
         file->Truncate();
         file->CommitAndClose();
     }
-    EXPECT_EQ(recorder.Names(), "stat chmod open fcntl fcntl fstat fcntl write lseek ftruncate close");
+    EXPECT_THAT(
+        recorder.Calls(),
+        ElementsAre(
+            "stat(\"" + path_ + "\")", "chmod(\"" + path_ + "\", 0664)",
+            "open(\"" + path_ + "\", O_WRONLY|O_CREAT|O_NOCTTY, 0664)", "fcntl(F_GETFD)", "fcntl(F_SETFD, FD_CLOEXEC)",
+            "fstat()", "fcntl(F_SETLKW, F_WRLCK 0+0)", "write(4)", "lseek(0, SEEK_CUR)", "ftruncate(4)", "close()"));
     EXPECT_EQ(TestSupport::ReadFile(path_), "text");
 }
 

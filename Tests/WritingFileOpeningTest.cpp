@@ -344,4 +344,14 @@ TYPED_TEST(WritingFileOpeningTest, ALockThatCantBeTakenIsReportedAndTheDescripto
     EXPECT_REPORT(TypeParam::Open(this->widePath_.c_str(), DELETE_FILE), L"::pthread_cond_wait failed", EPERM);
 }
 
+TYPED_TEST(WritingFileOpeningTest, AWaitThatFailsLetsTheNextOpeningIn) {
+    auto const holder = this->Open();
+    TestSupport::DescriptorCheck const check(1);
+    Recorder recorder("pthread_cond_wait");
+    recorder.On("pthread_cond_wait").Fail(EPERM);
+    EXPECT_THROW(this->Open(), WBase::Message);
+    EXPECT_NO_THROW(this->Open()); // intended, although the first lives
+    EXPECT_EQ(recorder.Count("pthread_cond_wait"), 1U);
+}
+
 } // namespace

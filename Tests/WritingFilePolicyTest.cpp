@@ -225,6 +225,13 @@ TYPED_TEST(WritingFilePolicyTest, DeleteDeletesWhateverHasTheNameByThen) {
     EXPECT_EQ(TestSupport::ReadFile(this->scratch_ / "old"), "");
 }
 
+TYPED_TEST(WritingFilePolicyTest, DeleteEmptiesWhatALinkLeadsToAndDeletesTheLink) {
+    ASSERT_EQ(::symlink("data", (this->scratch_ / "link").c_str()), 0);
+    TypeParam::Open(this->scratch_.Wide("link").c_str(), DELETE_FILE);
+    EXPECT_THAT(TestSupport::List(this->scratch_.Path()), ElementsAre("data"));
+    EXPECT_EQ(TestSupport::ReadFile(this->path_), "");
+}
+
 TYPED_TEST(WritingFilePolicyTest, DeleteSeeksARelativePathInTheWorkingDirectoryOfTheMoment) {
     TestSupport::MakeDirectory(this->scratch_ / "other");
     TestSupport::WriteFile(this->scratch_ / "other/data", "");

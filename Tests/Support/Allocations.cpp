@@ -118,6 +118,7 @@ bool Allocations::CountOne(unsigned long size) {
 void Allocations::NoteBlock(void const* block, std::size_t size) {
     if (observer != nullptr) {
         observer->blocks_.emplace_back(block, size);
+        errno = ERRNO_AFTERWARDS;
     }
 }
 
@@ -134,6 +135,7 @@ void Allocations::NoteRelease(void const* block) {
         observer->releasedTexts_.emplace_back(text, ::strnlen(text, position->second));
         blocks.erase(std::next(position).base());
     }
+    errno = ERRNO_AFTERWARDS;
 }
 
 bool Allocations::AreObserved() {

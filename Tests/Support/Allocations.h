@@ -4,6 +4,7 @@
 /// \file
 /// \brief Counts what the code under test allocates, and makes allocations fail.
 
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -21,8 +22,13 @@ namespace TestSupport {
 ///
 /// What the compiler has optimised away is not counted. Allocations of the C library (`malloc`, and with it the memory of a thrown exception) and over-aligned ones are not seen,
 /// nor are those of TestSupport's recorders. Assertions that fail allocate; Stop() first, then compare.
+///
+/// Every allocation and release leaves ERRNO_AFTERWARDS in errno, as memory management is free to: who reads an error
+/// too late gets that one.
 class Allocations {
 public:
+    static constexpr int ERRNO_AFTERWARDS = EMLINK;
+
     Allocations();
     ~Allocations();
 
@@ -56,10 +62,10 @@ public:
     /// \return whether it is to fail
     static bool CountOne(unsigned long size);
 
-    /// Notes a block of the calling thread; for `operator new`.
+    /// Notes a block of the calling thread, and changes errno; for `operator new`.
     static void NoteBlock(void const* block, std::size_t size);
 
-    /// Notes the end of a block; for `operator delete`, before the memory is given back.
+    /// Notes the end of a block, and changes errno; for `operator delete`, before the memory is given back.
     static void NoteRelease(void const* block);
 
     /// False in programs that Clang's ThreadSanitizer instruments: there `operator new` can't be replaced, and nothing is seen.

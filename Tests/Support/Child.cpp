@@ -80,8 +80,8 @@ int RunAndReport(std::function<int(Child::Parent&)> const& code, Channel& channe
     int result = Child::EXIT_EXCEPTION;
     try {
         result = code(parent);
-        if (result == 0 && !hadFailed && ::testing::Test::HasFailure()) {
-            result = 1;
+        if (!hadFailed && ::testing::Test::HasFailure()) {
+            result = Child::EXIT_FAILED_ASSERTION;
         }
     } catch (std::exception const& exception) {
         std::fprintf(stderr, "An exception left the code of a child process: %s\n", exception.what());

@@ -32,14 +32,16 @@ class Channel;
 /// EXPECT_EQ(child.Wait(), 0);
 /// \endcode
 ///
-/// The code may return nothing, or an int: the exit code. The child exits with 1 when an assertion failed in it, with
-/// EXIT_OUT_OF_STEP when it waited in vain, with EXIT_EXCEPTION when an exception left the code; the reason stands on its
-/// standard error. It exits by `_exit`: no destructors of statics, no leak check, open streams are not flushed.
+/// The code may return nothing, or an int: the exit code. When an assertion failed in it, the child exits with
+/// EXIT_FAILED_ASSERTION, whatever the code returns; with EXIT_OUT_OF_STEP when it waited in vain, and with EXIT_EXCEPTION
+/// when an exception left the code, the reason of both on its standard error. It exits by `_exit`: no destructors of
+/// statics, no leak check, open streams are not flushed.
 ///
 /// The child has a copy of the thread that made it, and no others: make children before threads. ThreadSanitizer ends a child
 /// that starts threads when its parent had several. On Linux the child is killed when the thread that made it ends.
 class Child : public Process {
 public:
+    static constexpr int EXIT_FAILED_ASSERTION = 100;
     static constexpr int EXIT_OUT_OF_STEP = 101;
     static constexpr int EXIT_EXCEPTION = 102;
 

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
-#include <sys/select.h>
+#include <poll.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -56,14 +56,11 @@ Interruption::~Interruption() {
 
 void Interruption::WaitForInput(
     int fd) const { // NOLINT(readability-convert-member-functions-to-static): needs the handlers
-    fd_set readable;
-    do {
-        FD_ZERO(&readable);
-        FD_SET(fd, &readable);
-        FD_SET(gPipe[0], &readable);
-    } while (::select(gPipe[0] + 1, &readable, nullptr, nullptr, nullptr) == -1 && errno == EINTR);
+    std::array<pollfd, 2> ends = {{{fd, POLLIN, 0}, {gPipe[0], POLLIN, 0}}};
+    while (::poll(ends.data(), ends.size(), -1) == -1 && errno == EINTR) {
+    }
     unsigned char signal = 0;
-    if (FD_ISSET(gPipe[0], &readable) && ::read(gPipe[0], &signal, sizeof signal) == 1) {
+    if (ends[1].revents != 0 && ::read(gPipe[0], &signal, sizeof signal) == 1) {
         throw Interrupted{signal};
     }
 }
