@@ -17,6 +17,7 @@ void AddCommand(CLI::App& verb, std::vector<std::string>& command) {
 
 std::vector<char*> ArgumentsOf(std::vector<std::string> const& command) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string const& argument : command) {
         arguments.push_back(const_cast<char*>(argument.c_str())); // which is how the system wants it, and reads it only
     }

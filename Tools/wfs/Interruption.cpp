@@ -54,8 +54,8 @@ Interruption::~Interruption() {
     }
 }
 
-void Interruption::WaitForInput(
-    int fd) const { // NOLINT(readability-convert-member-functions-to-static): needs the handlers
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): needs the handlers
+void Interruption::WaitForInput(int fd) const {
     std::array<pollfd, 2> ends = {{{fd, POLLIN, 0}, {gPipe[0], POLLIN, 0}}};
     while (::poll(ends.data(), ends.size(), -1) == -1 && errno == EINTR) {
     }
