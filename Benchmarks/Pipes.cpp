@@ -201,35 +201,40 @@ void Serve(Channel& channel, unsigned long size) {
 }
 
 /// Writes so many messages and reads the answer to the last.
+/// \param iterations the same for everybody: how long one takes depends on when the system lets the threads run
 template <class Channel>
-void AddExchange(std::string const& name, unsigned long size, unsigned long count) {
-    benchmark::RegisterBenchmark(name.c_str(), [name, size, count](benchmark::State& state) {
-        ShowProgress(name);
-        OneProcessor const processor;
-        Channel channel;
-        std::thread server([&] { Serve(channel, size); });
-        channel.Connect();
-        std::unique_ptr<char[]> const data(new char[size]());
-        auto const write = [&](char kind) {
-            data[0] = kind;
-            channel.WriteAsClient(data.get(), size);
-        };
-        for (auto _ : state) {
-            for (unsigned long message = 1; message < count; ++message) {
-                write(GO_ON);
+void AddExchange(std::string const& name, unsigned long size, unsigned long count, int iterations) {
+    benchmark::RegisterBenchmark(
+        name.c_str(),
+        [name, size, count](benchmark::State& state) {
+            ShowProgress(name);
+            OneProcessor const processor;
+            Channel channel;
+            std::thread server([&] { Serve(channel, size); });
+            channel.Connect();
+            std::unique_ptr<char[]> const data(new char[size]());
+            auto const write = [&](char kind) {
+                data[0] = kind;
+                channel.WriteAsClient(data.get(), size);
+            };
+            for (auto _ : state) {
+                for (unsigned long message = 1; message < count; ++message) {
+                    write(GO_ON);
+                }
+                write(ANSWER);
+                channel.ReadAsClient(data.get(), REQUEST);
             }
-            write(ANSWER);
-            channel.ReadAsClient(data.get(), REQUEST);
-        }
-        write(END);
-        server.join();
-    })->UseRealTime();
+            write(END);
+            server.join();
+        })
+        ->UseRealTime()
+        ->Iterations(iterations);
 }
 
 template <class Channel>
 void AddExchanges(std::string const& who) {
-    AddExchange<Channel>("pipe_64B_and_back/" + who, REQUEST, 1);
-    AddExchange<Channel>("pipe_64MiB_by_64KiB/" + who, MESSAGE, MESSAGES);
+    AddExchange<Channel>("pipe_64B_and_back/" + who, REQUEST, 1, 500);
+    AddExchange<Channel>("pipe_64MiB_by_64KiB/" + who, MESSAGE, MESSAGES, 1);
 }
 
 } // namespace

@@ -8,9 +8,9 @@ instructions.* of the same under callgrind. What stands in the document outside 
 """
 
 import json
-import math
 import pathlib
 import platform
+import random
 import re
 import statistics
 import sys
@@ -68,6 +68,15 @@ def place_of(operation):
     return group, [(int(part or 0), text) for part, text in re.findall(r"(\d*)(\D+|$)", operation)]
 
 
+def quantile(values, part):
+    """The value below which this part of them lies, interpolated."""
+    ordered = sorted(values)
+    place = part * (len(ordered) - 1)
+    below = int(place)
+    above = min(below + 1, len(ordered) - 1)
+    return ordered[below] + (ordered[above] - ordered[below]) * (place - below)
+
+
 class Series:
     """The times of one benchmark, in nanoseconds."""
 
@@ -79,17 +88,29 @@ class Series:
         return statistics.median(self.times)
 
     @property
-    def spread(self):
-        """The middle half, as a part of the median."""
-        if len(self.times) < 2:
-            return 0.0
-        quarters = statistics.quantiles(self.times, n=4, method="inclusive")
-        return (quarters[2] - quarters[0]) / self.median
+    def least_disturbed(self):
+        """The lower quartile, on which all ratios rest; Documentation/Performance.md says why."""
+        return quantile(self.times, 0.25)
 
     @property
-    def doubt(self):
-        """How far the median may be off, as a part of it; as the notches of a box plot show it, for 95 %."""
-        return 1.57 * self.spread / math.sqrt(len(self.times))
+    def spread(self):
+        """The distance between the quartiles, as a part of the median."""
+        return (quantile(self.times, 0.75) - quantile(self.times, 0.25)) / self.median
+
+
+def ratio_of(series, other):
+    return series.least_disturbed / other.least_disturbed
+
+
+def doubt_of(series, other):
+    """How far the ratio may be off: half the range that holds 95 % of the ratios of resampled repetitions."""
+    chance = random.Random(20110815)
+    ratios = [
+        quantile(chance.choices(series.times, k=len(series.times)), 0.25)
+        / quantile(chance.choices(other.times, k=len(other.times)), 0.25)
+        for _ in range(1000)
+    ]
+    return (quantile(ratios, 0.975) - quantile(ratios, 0.025)) / 2
 
 
 class Run:
@@ -111,18 +132,17 @@ class Run:
         self.series = dict(sorted(self.series.items(), key=lambda item: place_of(item[0])))
 
     def ratio(self, operation, who, to):
-        """Of the medians; None where either is missing."""
+        """None where either is missing."""
         series = self.series.get(operation, {})
-        return series[who].median / series[to].median if who in series and to in series else None
+        return ratio_of(series[who], series[to]) if who in series and to in series else None
 
     def doubt(self, operation, who, to):
-        """How far the ratio may be off."""
         series = self.series[operation]
-        return self.ratio(operation, who, to) * math.hypot(series[who].doubt, series[to].doubt)
+        return doubt_of(series[who], series[to])
 
     def best_other(self, operation):
         series = self.series.get(operation, {})
-        return min((who for who in OTHERS if who in series), key=lambda who: series[who].median, default=None)
+        return min((who for who in OTHERS if who in series), key=lambda who: series[who].least_disturbed, default=None)
 
 
 def duration(nanoseconds):
@@ -180,8 +200,7 @@ def targets_block(run, bytes_of):
         rows.append([words, cells["same"], cells["raw"], ", ".join(others.values()) or "–", worst(verdicts)])
     few, many = (run.series.get(f"open_among_{count}", {}).get("wfs") for count in (10, 19000))
     if few and many:
-        ratio = many.median / few.median
-        cell, verdict = judge(ratio, MANY_OPEN_LIMIT, ratio * math.hypot(few.doubt, many.doubt))
+        cell, verdict = judge(ratio_of(many, few), MANY_OPEN_LIMIT, doubt_of(many, few))
         rows.append(["open among 19,000 open files", "–", "–", f"among 10: {cell}", verdict])
     most = max(bytes_of.values())
     verdict = YES if most <= BYTES_LIMIT else NO
@@ -219,6 +238,7 @@ def all_block(run):
                     rows.append(
                         [
                             f"`{operation}/{who}`",
+                            duration(by_who[who].least_disturbed),
                             duration(by_who[who].median),
                             number(run.ratio(operation, who, "raw")),
                             number(run.ratio(operation, who, "same")),
@@ -226,7 +246,7 @@ def all_block(run):
                         ]
                     )
         if rows:
-            parts.append(f"### {title}\n\n" + table(["", "median", "to `raw`", "to `same`", "spread"], rows))
+            parts.append(f"### {title}\n\n" + table(["", "lower quartile", "median", "to `raw`", "to `same`", "spread"], rows))
     return "\n\n".join(parts)
 
 
@@ -239,8 +259,8 @@ def disk_block(run):
         best = run.best_other(operation)
         other = "–" if best is None else f"{NAMES[best]} {number(run.ratio(operation, 'wfs', best))}"
         ratios = [number(run.ratio(operation, "wfs", to)) for to in ("same", "raw")]
-        rows.append([f"`{operation}`", duration(wfs.median), *ratios, other, f"{wfs.spread:.0%}"])
-    return table(["", "`wfs`", "to `same`", "to `raw`", "to the best other", "spread"], rows)
+        rows.append([f"`{operation}`", duration(wfs.least_disturbed), *ratios, other, f"{wfs.spread:.0%}"])
+    return table(["", "`wfs`, lower quartile", "to `same`", "to `raw`", "to the best other", "spread"], rows)
 
 
 def read_instructions(results):

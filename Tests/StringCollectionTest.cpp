@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -56,6 +57,37 @@ TEST(StringCollectionTest, AStringStaysWhereItIsWhenOthersFollow) {
     }
     EXPECT_EQ(collection->GetAt(0), first);
     EXPECT_STREQ(first, L"abc");
+}
+
+TEST(StringCollectionTest, AStringMayBeOfAnyLength) {
+    auto const collection = CreateStringCollection();
+    std::vector<std::wstring> texts;
+    for (std::size_t const size : {1000U, 23U, 1024U, 1023U, 5000U, 1U}) {
+        texts.emplace_back(size, L'x');
+        collection->Append(texts.back().c_str());
+    }
+    for (unsigned long index = 0; index < texts.size(); ++index) {
+        EXPECT_EQ(collection->GetAt(index), texts[index]) << index;
+    }
+}
+
+TEST(StringCollectionTest, AStringThatFindsNoMemoryIsNotAppended) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    auto const collection = CreateStringCollection();
+    std::wstring const text(2000, L'x');
+    bool hasFailed = true;
+    for (unsigned long n = 1; hasFailed; ++n) {
+        TestSupport::Allocations allocations;
+        allocations.FailNth(n);
+        try {
+            collection->Append(text.c_str());
+        } catch (std::bad_alloc const&) {
+        }
+        allocations.Stop();
+        hasFailed = allocations.HasFailed();
+        EXPECT_EQ(collection->GetCount(), hasFailed ? 0U : 1U) << n;
+    }
+    EXPECT_EQ(collection->GetAt(0), text);
 }
 
 TEST(StringCollectionTest, ToAppendIsTheThirdSlot) {
