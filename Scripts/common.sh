@@ -22,6 +22,8 @@ packages_for() {
         build) echo cmake g++ libcli11-dev ninja-build nlohmann-json3-dev ;;
         test) echo libgmock-dev libgtest-dev ;;
         check) echo binutils clang clang-format clang-tidy diffutils git pkg-config shellcheck ;;
+        fuzz) echo clang libclang-rt-dev ;;
+        coverage) echo gcovr ;;
         *) fail "no packages are known for '$1'" ;;
     esac
 }
