@@ -30,6 +30,8 @@ packages_for() {
         interface) echo abigail-tools binutils ;;
         package) echo binutils dpkg-dev file git gzip lintian ;;
         clean-root) echo debootstrap gzip util-linux ;;
+        fuzz) echo clang libclang-rt-dev ;;
+        coverage) echo gcovr ;;
         *) fail "no packages are known for '$1'" ;;
     esac
 }

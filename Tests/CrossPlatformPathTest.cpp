@@ -1,5 +1,6 @@
 #include <FileSystem/Path.h>
 #include <Tests/PathCorpus.h>
+#include <Tests/PathModel.h>
 #include <Tests/Support/Allocations.h>
 #include <Tests/Support/Recorder.h>
 #include <Tests/Support/Text.h>
@@ -8,8 +9,6 @@
 
 #include <initializer_list>
 #include <string>
-#include <string_view>
-#include <vector>
 
 using PathCorpus::AllTexts;
 using PathCorpus::LongPath;
@@ -49,132 +48,6 @@ void ExpectAbsolute(bool isAbsolute, EnumFileDestPlatforms platform, std::initia
         EXPECT_EQ(Path::IsAbsoluteCrossPlatform(path, platform), isAbsolute) << Readable(path);
     }
 }
-
-/// The operations as a list of parts that is edited step by step: slow, and near to how one would explain them.
-namespace Model {
-
-using Parts = std::vector<std::wstring>;
-
-bool IsLetter(wchar_t character) {
-    return std::wstring_view(L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz").find(character) !=
-           std::wstring_view::npos;
-}
-
-bool IsDriveRooted(std::wstring const& path) {
-    return path.size() >= 3 && IsLetter(path[0]) && path[1] == L':' && (path[2] == L'\\' || path[2] == L'/');
-}
-
-bool IsAbsolute(std::wstring const& path, EnumFileDestPlatforms platform) {
-    switch (platform) {
-    case WINDOWS:
-        return IsDriveRooted(path) || path.substr(0, 2) == L"\\\\";
-    case POSIX:
-        return path.substr(0, 1) == L"/";
-    default:
-        return false;
-    }
-}
-
-Parts Split(std::wstring const& path, EnumFileDestPlatforms platform) {
-    std::wstring const separators = platform == WINDOWS ? L"/\\" : platform == POSIX ? L"/" : L"";
-    Parts parts;
-    std::wstring part;
-    for (wchar_t const character : path) {
-        if (separators.find(character) != std::wstring::npos) {
-            parts.push_back(part);
-            part.clear();
-        } else {
-            part += character;
-        }
-    }
-    if (!part.empty()) {
-        parts.push_back(part);
-    }
-    return parts;
-}
-
-void Canonise(Parts& parts, bool isAbsolute, EnumFileDestPlatforms platform) {
-    bool const isWindows = platform == WINDOWS;
-    bool const isOther = !isWindows && platform != POSIX;
-    bool const isNetwork = isWindows && parts.size() >= 2 && parts[0].empty() && parts[1].empty();
-    std::size_t const lastOfRoot = isNetwork ? 1 : 0; // an empty part up to there stays
-    std::size_t const underRoot = isNetwork ? 4 : 1;
-    bool isChanged = false;
-    for (std::size_t i = 0; i < parts.size();) {
-        auto const part = parts.begin() + static_cast<std::ptrdiff_t>(i);
-        if (part->empty() && i > lastOfRoot && !isOther) {
-            parts.erase(part);
-        } else if (*part == L".") {
-            parts.erase(part);
-            isChanged = true;
-        } else if (*part == L".." && isAbsolute && i == underRoot) {
-            parts.erase(part);
-        } else if (*part != L".." || i == 0 || part[-1] == L".." || isOther || (isWindows && part[-1].empty())) {
-            ++i;
-        } else {
-            parts.erase(part - 1, part + 1);
-            isChanged = true;
-            --i;
-        }
-    }
-    if (isChanged && parts.empty()) {
-        parts.push_back(L".");
-    }
-}
-
-std::wstring Merge(Parts const& parts, EnumFileDestPlatforms platform) {
-    std::wstring const separator = platform == WINDOWS ? L"\\" : platform == POSIX ? L"/" : L"";
-    std::wstring path;
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        path += (i > 0 ? separator : L"") + parts[i];
-    }
-    bool const isDrive = path.size() == 2 && IsLetter(path[0]) && path[1] == L':';
-    bool const isNetworkRoot = parts == Parts{L"", L""};
-    if (platform == WINDOWS && (isDrive || isNetworkRoot)) {
-        path += L"\\";
-    }
-    return platform == POSIX && parts == Parts{L""} ? L"/" : path;
-}
-
-std::wstring
-Canonical(std::wstring const& first, std::wstring const& second, bool isAbsolute, EnumFileDestPlatforms platform) {
-    Parts parts = Split(first, platform);
-    for (std::wstring const& part : Split(second, platform)) {
-        parts.push_back(part);
-    }
-    Canonise(parts, isAbsolute, platform);
-    return Merge(parts, platform);
-}
-
-/// Of a path that is absolute for Windows.
-std::wstring RootOf(std::wstring const& path) {
-    if (IsDriveRooted(path)) {
-        return path.substr(0, 3);
-    }
-    int backslashes = 0;
-    for (std::size_t i = 2; i < path.size(); ++i) {
-        if (path[i] == L'\\' && ++backslashes == 2) {
-            return path.substr(0, i);
-        }
-    }
-    return path;
-}
-
-std::wstring Combine(std::wstring const& first, std::wstring const& second, EnumFileDestPlatforms platform) {
-    if (IsAbsolute(second, platform)) {
-        return Canonical(L"", second, true, platform);
-    }
-    if (platform == WINDOWS && !second.empty() && (second[0] == L'\\' || second[0] == L'/')) {
-        if (!IsAbsolute(first, WINDOWS)) {
-            return Canonical(L"", second, false, WINDOWS);
-        }
-        std::wstring const root = RootOf(first);
-        return Canonical(root, second, IsAbsolute(root, WINDOWS), WINDOWS);
-    }
-    return Canonical(first, second, IsAbsolute(first, platform), platform);
-}
-
-} // namespace Model
 
 TEST(CrossPlatformPathTest, ThePlatformsHaveTheirNumbers) {
     EXPECT_EQ(static_cast<unsigned int>(FileDestPlatformWindows), 0U);
@@ -421,15 +294,20 @@ INSTANTIATE_TEST_SUITE_P(Platforms, EachPlatformPathTest, ::testing::Values(WIND
 TEST_P(EachPlatformPathTest, CombineEqualsTheModelForAllShortPaths) {
     auto const paths = AllTexts(L"/\\.a:", 3);
     for (auto const& first : paths) {
-        ASSERT_EQ(Path::IsAbsoluteCrossPlatform(first.c_str(), GetParam()), Model::IsAbsolute(first, GetParam()));
+        ASSERT_EQ(
+            Path::IsAbsoluteCrossPlatform(first.c_str(), GetParam()),
+            PathModel::IsAbsolute(first, PathModel::RulesOf(GetParam())));
         for (auto const& second : paths) {
-            ASSERT_EQ(Combine(first, second, GetParam()), Model::Combine(first, second, GetParam()))
+            ASSERT_EQ(
+                Combine(first, second, GetParam()), PathModel::Combine(first, second, PathModel::RulesOf(GetParam())))
                 << Readable(first) << ", " << Readable(second);
         }
     }
     for (auto const& path : AllTexts(L"/\\.a", 6)) {
-        ASSERT_EQ(Combine(path, L"", GetParam()), Model::Combine(path, L"", GetParam())) << Readable(path);
-        ASSERT_EQ(Combine(L"", path, GetParam()), Model::Combine(L"", path, GetParam())) << Readable(path);
+        ASSERT_EQ(Combine(path, L"", GetParam()), PathModel::Combine(path, L"", PathModel::RulesOf(GetParam())))
+            << Readable(path);
+        ASSERT_EQ(Combine(L"", path, GetParam()), PathModel::Combine(L"", path, PathModel::RulesOf(GetParam())))
+            << Readable(path);
     }
 }
 
@@ -438,7 +316,7 @@ TEST_P(EachPlatformPathTest, CombineEqualsTheModelForRandomPaths) {
     for (int round = 0; round < 5000; ++round) {
         std::wstring const first = paths.Next();
         std::wstring const second = paths.Next();
-        ASSERT_EQ(Combine(first, second, GetParam()), Model::Combine(first, second, GetParam()))
+        ASSERT_EQ(Combine(first, second, GetParam()), PathModel::Combine(first, second, PathModel::RulesOf(GetParam())))
             << Readable(first) << ", " << Readable(second);
     }
 }
