@@ -17,8 +17,8 @@ struct Sequence {
     bool isValid;
 };
 
-/// Reads the sequence at the head of a NUL-terminated text. Of a bad one, the length is that of the longest beginning that a
-/// valid sequence could have, at least 1.
+/// Reads the sequence at the head of a NUL-terminated text. Of a bad one, the length is that of the longest beginning
+/// that a valid sequence could have, at least 1.
 Sequence ReadSequence(char const* text) noexcept {
     auto const byteAt = [text](unsigned int index) { return static_cast<unsigned char>(text[index]); };
     unsigned int const lead = byteAt(0);

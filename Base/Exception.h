@@ -4,10 +4,10 @@
 /// \file
 /// \brief The exception types that derive from the message.
 ///
-/// A failure is thrown in one of two styles. A *system-call report* is an ExceptionImpl<Message>: its text names the function
-/// and the system call, its ID is the system's error number, and the system's description follows on the second line. A
-/// *wrapped message* is a plain Message: a text of the library's own in the domain MESSAGE_DOMAIN_SERVER, and the system's
-/// error as its cause. `catch (WBase::Message const&)` sees both.
+/// A failure is thrown in one of two styles. A *system-call report* is an ExceptionImpl<Message>: its text names the
+/// function and the system call, its ID is the system's error number, and the system's description follows on the
+/// second line. A *wrapped message* is a plain Message: a text of the library's own in the domain
+/// MESSAGE_DOMAIN_SERVER, and the system's error as its cause. `catch (WBase::Message const&)` sees both.
 
 #include <Base/Message.h>
 #include <Defines/Export.h>
@@ -16,8 +16,8 @@ namespace WBase {
 
 /// An exception made of a message type.
 ///
-/// No constructor lets an exception out: when memory runs short inside one, the process ends through std::terminate, except
-/// that a text that can't be put together is left empty.
+/// No constructor lets an exception out: when memory runs short inside one, the process ends through std::terminate,
+/// except that a text that can't be put together is left empty.
 ///
 /// \par Threads
 ///     As for Message.

@@ -21,9 +21,9 @@ extern WFILESYSTEM_EXPORT unsigned short const MESSAGE_DOMAIN_UNKNOWN;
 
 /// A report: a domain, an ID in it, a text, and a chain of causes, each with its own domain, ID and text.
 ///
-/// The text may hold placeholders, `%` and a digit from 1 to 9. Each `<<` fills the leftmost placeholder of the outermost text
-/// that is still open, whatever its digit. What was filled in is never searched again, so a path that holds "%1" comes out
-/// unharmed. An argument without an open placeholder is dropped.
+/// The text may hold placeholders, `%` and a digit from 1 to 9. Each `<<` fills the leftmost placeholder of the
+/// outermost text that is still open, whatever its digit. What was filled in is never searched again, so a path that
+/// holds "%1" comes out unharmed. An argument without an open placeholder is dropped.
 ///
 /// \code
 /// WBase::Message message(WBase::MESSAGE_DOMAIN_ERRNO, ENOENT, nullptr);
@@ -31,20 +31,21 @@ extern WFILESYSTEM_EXPORT unsigned short const MESSAGE_DOMAIN_UNKNOWN;
 /// // GetMessage(): L"Failed to read 4096 bytes from file '/data/x'.\nNo such file or directory"
 /// \endcode
 ///
-/// Every function that changes a message throws std::bad_alloc when memory is short, and leaves the message as it was then.
+/// Every function that changes a message throws std::bad_alloc when memory is short, and leaves the message as it was
+/// then.
 ///
 /// \par Threads
 ///     Many threads may read one message; changing it needs exclusive access. Copies are independent.
 class WFILESYSTEM_EXPORT Message : public std::exception {
 public:
-    /// An empty message: no text, domain MESSAGE_DOMAIN_UNKNOWN, ID 0. Only such a message counts as empty, and only as long
-    /// as nothing was set.
+    /// An empty message: no text, domain MESSAGE_DOMAIN_UNKNOWN, ID 0. Only such a message counts as empty, and only as
+    /// long as nothing was set.
     Message() noexcept;
 
     /// \param domain the space of the ID
     /// \param id the number within that space
-    /// \param text UTF-8; bad bytes in it become U+FFFD. Null: no text of its own; in the domain MESSAGE_DOMAIN_ERRNO the
-    ///     message then reads as the system's description of the ID.
+    /// \param text UTF-8; bad bytes in it become U+FFFD. Null: no text of its own; in the domain MESSAGE_DOMAIN_ERRNO
+    ///     the message then reads as the system's description of the ID.
     Message(unsigned short domain, int id, char const* text);
 
     /// A copy shares the texts until one of the two is changed, so that it can't fail.
@@ -80,8 +81,8 @@ public:
     /// \return this message
     Message& WrapBy(unsigned short domain, int id, char const* text);
 
-    /// Puts `other`, with its causes, in front of what the message held, which follows as the innermost causes. An empty
-    /// message becomes a copy of `other`.
+    /// Puts `other`, with its causes, in front of what the message held, which follows as the innermost causes. An
+    /// empty message becomes a copy of `other`.
     /// \return this message
     Message& PrependBy(Message const& other);
 

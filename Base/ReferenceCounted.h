@@ -8,7 +8,8 @@
 
 namespace WBase {
 
-/// An object with a count of references. The operations are const: to share an object that one may only read is to count.
+/// An object with a count of references. The operations are const: to share an object that one may only read is to
+/// count.
 ///
 /// \par Threads
 ///     AddRef and Release may be called from any thread.

@@ -14,8 +14,8 @@ class Buffer;
 
 namespace WDataType {
 
-/// A byte buffer with a full size, which is allocated, and a current size, which can be lowered and restored. Nothing here
-/// changes the allocation.
+/// A byte buffer with a full size, which is allocated, and a current size, which can be lowered and restored. Nothing
+/// here changes the allocation.
 ///
 /// \par Threads
 ///     Not synchronised: one thread at a time.

@@ -4,7 +4,8 @@
 /// \file
 /// \brief The version of the library. The build reads it from here; it is written nowhere else.
 ///
-/// The binary interface is compatible within one major version, which is also the number in the name of the shared library.
+/// The binary interface is compatible within one major version, which is also the number in the name of the shared
+/// library.
 
 /// \{
 /// A part of the version, as a number.

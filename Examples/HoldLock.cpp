@@ -1,7 +1,7 @@
 // HoldLock PATH: holds the exclusive record lock of an existing file until its standard input ends.
 //
-// Try it in two terminals: while `HoldLock notes.txt` runs in one, `wfs cat --no-wait notes.txt` in the other says that the file
-// is locked. Control-D in the first ends it.
+// Try it in two terminals: while `HoldLock notes.txt` runs in one, `wfs cat --no-wait notes.txt` in the other says that
+// the file is locked. Control-D in the first ends it.
 
 #include <Base/Conversion.h>
 #include <Base/Message.h>

@@ -1,5 +1,6 @@
-// Several processes, each with several threads, append records to one file, while a reader follows it. At the end the sum is
-// exact: threads are kept apart by the in-process lock that every file object holds, processes by the record locks.
+// Several processes, each with several threads, append records to one file, while a reader follows it. At the end the
+// sum is exact: threads are kept apart by the in-process lock that every file object holds, processes by the record
+// locks.
 //
 //     Ledger PATH [PROCESSES [THREADS [RECORDS]]]
 

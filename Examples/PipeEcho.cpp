@@ -1,8 +1,8 @@
-// PipeEcho serve BASE [PAUSE]: sends every message back to its client, until SIGINT or SIGTERM. Between two looks at the channel
-// it sleeps PAUSE seconds, 1 unless told otherwise; with 0 it answers at once, and keeps a processor busy.
+// PipeEcho serve BASE [PAUSE]: sends every message back to its client, until SIGINT or SIGTERM. Between two looks at
+// the channel it sleeps PAUSE seconds, 1 unless told otherwise; with 0 it answers at once, and keeps a processor busy.
 //
-// PipeEcho call BASE TEXT...: sends each text as a message, and prints the replies, one a line. Several may be started at once: they
-// are served in turn.
+// PipeEcho call BASE TEXT...: sends each text as a message, and prints the replies, one a line. Several may be started
+// at once: they are served in turn.
 //
 // Try it in two terminals: `PipeEcho serve /tmp/echo` in one, `PipeEcho call /tmp/echo hello world` in the other.
 
@@ -33,8 +33,8 @@ bool IsStopped() {
     return isStopped != 0;
 }
 
-// The channel carries bytes. So that the other side knows where a message ends, its length goes first; both sides are on the same
-// machine, so the order of its bytes does not matter.
+// The channel carries bytes. So that the other side knows where a message ends, its length goes first; both sides are
+// on the same machine, so the order of its bytes does not matter.
 using Length = std::uint32_t;
 constexpr Length LONGEST = 1U << 20;
 
@@ -60,8 +60,8 @@ bool Receive(NamedPipe& pipe, std::string& message) {
     return pipe.Read(message.data(), length) == 0;
 }
 
-// A client that is killed leaves the bytes of a half message behind, or makes the reply fail. This server then ends with an error
-// or waits; start it anew, and the channel is new, too.
+// A client that is killed leaves the bytes of a half message behind, or makes the reply fail. This server then ends
+// with an error or waits; start it anew, and the channel is new, too.
 void Serve(wchar_t const* base, int pauseSeconds) {
     std::signal(SIGINT, Stop);
     std::signal(SIGTERM, Stop);

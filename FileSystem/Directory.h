@@ -56,8 +56,8 @@ public:
     /// \warning Entries whose names begin with a dot stay, and so the directory stays after the rest has gone.
     /// \warning `*`, `?` and `[` in the path are taken for a pattern: for a directory "[ab]" the directories "a" and
     ///     "b" are emptied. A backslash is taken for a separator.
-    /// \warning ".." in the path cancels the name before it, also when that is a link: another directory than the system
-    ///     would find is emptied.
+    /// \warning ".." in the path cancels the name before it, also when that is a link: another directory than the
+    ///     system would find is emptied.
     /// \warning For "" and "." the working directory is emptied.
     /// \warning Entries whose names are not UTF-8 stay.
     static bool DeleteRecursively(wchar_t const* path, WBase::Message* report);

@@ -48,7 +48,8 @@ int NamedPipeClientImpl::Connect() {
         Print(message);
         return -1;
     }
-    // In this order: the server finds a writer on the FIFO that it reads, and then, when it listens, a reader on the other.
+    // In this order: the server finds a writer on the FIFO that it reads, and then, when it listens, a reader on the
+    // other.
     std::wstring const toServer = NamedPipeUtil::GetServerReaderPathFromBasicPath(base_);
     Open(writeDescriptor_, toServer, O_WRONLY, "Can't open pipe for write");
     std::wstring const toClient = NamedPipeUtil::GetServerWriterPathFromBasicPath(base_);

@@ -17,8 +17,8 @@ NamedPipe::NamedPipeError::NamedPipeError(char const* text) noexcept {
 namespace NamedPipeUtil {
 namespace {
 
-/// How far a message has gone. The count has 32 bits, on purpose; one that overflows ends the message, so that nothing outside
-/// the buffer is touched.
+/// How far a message has gone. The count has 32 bits, on purpose; one that overflows ends the message, so that nothing
+/// outside the buffer is touched.
 class Progress {
 public:
     explicit Progress(unsigned long size) : size_(size) {}

@@ -60,8 +60,8 @@ bool IsAbsoluteBy(PathRules const& rules, std::wstring_view path) noexcept {
     return !path.empty() && path[0] == rules.separator;
 }
 
-/// Joins the parts of up to two paths in canonical form. Each part is looked at once, against those that stay before it, so
-/// that the cost follows the length and the result is the only memory.
+/// Joins the parts of up to two paths in canonical form. Each part is looked at once, against those that stay before
+/// it, so that the cost follows the length and the result is the only memory.
 class Canoniser {
 public:
     Canoniser(PathRules const& rules, std::wstring_view first, std::wstring_view second, bool isAbsolute)

@@ -16,8 +16,8 @@ namespace WFileSystem {
 
 /// Operations on paths. The class has no state and is never made.
 ///
-/// A path is a wide string, never null. The separator is "/". Combine and what stands on it take `\` for a separator as well,
-/// but only "/" is ever produced and only a leading "/" makes a path absolute.
+/// A path is a wide string, never null. The separator is "/". Combine and what stands on it take `\` for a separator as
+/// well, but only "/" is ever produced and only a leading "/" makes a path absolute.
 ///
 /// A result is owned by the caller and is the only memory that an operation allocates; all can throw std::bad_alloc.
 ///
@@ -33,8 +33,8 @@ public:
     /// An absolute path as it stands, and a relative one combined with the working directory.
     /// \throws what GetCurrentWorkingDirectory throws, for a relative path
     /// \warning An absolute path is not canonised: "/a/../b" stays as it is.
-    /// \warning A working directory whose path is not UTF-8, or takes 1024 bytes or more, fails every relative path. Reports
-    ///     that name an absolute path are then replaced by this failure.
+    /// \warning A working directory whose path is not UTF-8, or takes 1024 bytes or more, fails every relative path.
+    ///     Reports that name an absolute path are then replaced by this failure.
     static WBase::ReturnWString ToAbsolute(wchar_t const* path);
 
     /// The second path as seen from the first, in canonical form; the second alone where it is absolute.
@@ -53,8 +53,8 @@ public:
 
     /// True when the path names a directory; links are followed.
     ///
-    /// As with the three that follow, one system call is made and not repeated after a signal. Its failure means false and
-    /// leaves `errno` as the system set it.
+    /// As with the three that follow, one system call is made and not repeated after a signal. Its failure means false
+    /// and leaves `errno` as the system set it.
     /// \throws WBase::StringConversionException the path can't be converted
     static bool IsDirectory(wchar_t const* path);
 
@@ -70,7 +70,8 @@ public:
     /// \throws WBase::StringConversionException the path can't be converted
     static bool IsWriteable(wchar_t const* path);
 
-    /// The path up to and with the last separator, `/` or `\`, that is not its last character; empty where there is none.
+    /// The path up to and with the last separator, `/` or `\`, that is not its last character; empty where there is
+    /// none.
     /// \code
     ///   "/a/b" => "/a/"    "/a/b/" => "/a/"    "/a" => "/"    "a\b" => "a\"    "a" => ""
     /// \endcode
@@ -114,14 +115,14 @@ public:
     ///
     /// The pattern is canonised first, as Combine does it: "/d/./x/../*" lists the entries of "/d".
     /// \return the paths as the pattern leads to them, absolute for an absolute pattern; empty where nothing matches
-    /// \throws WBase::ExceptionImpl<WBase::Message> with the domain `WBase::MESSAGE_DOMAIN_UNKNOWN` and the ID -1: "Unable to
-    ///     find file (GLOB_NOSYS).", "Unable to find file (GLOB_ABORTED).", "Unable to find file (GLOB_NOSPACE)." or "Unable to
-    ///     find file."
+    /// \throws WBase::ExceptionImpl<WBase::Message> with the domain `WBase::MESSAGE_DOMAIN_UNKNOWN` and the ID -1:
+    ///     "Unable to find file (GLOB_NOSYS).", "Unable to find file (GLOB_ABORTED).", "Unable to find file
+    ///     (GLOB_NOSPACE)." or "Unable to find file."
     /// \throws WBase::StringConversionException the pattern can't be converted
     /// \warning A name that begins with a dot matches only a pattern that spells the dot.
     /// \warning A match whose name is not valid UTF-8 is left out, without a word.
-    /// \warning A backslash is a separator and never takes the meaning from a pattern character: a file whose name holds one
-    ///     can't be named exactly.
+    /// \warning A backslash is a separator and never takes the meaning from a pattern character: a file whose name
+    ///     holds one can't be named exactly.
     /// \warning A directory that can't be read counts as empty.
     static std::unique_ptr<WDataType::StringCollection> GetFileNamesWithPattern(wchar_t const* pattern);
 
@@ -130,9 +131,9 @@ public:
 
     /// Combine by the rules of a platform, wherever the library runs.
     ///
-    /// Windows: `/` and `\` separate and `\` is produced; ".." climbs neither above a drive nor above a network share; a second
-    /// path with one leading separator starts at the root of the first. POSIX: `/` alone separates. Any other number: nothing
-    /// separates.
+    /// Windows: `/` and `\` separate and `\` is produced; ".." climbs neither above a drive nor above a network share;
+    /// a second path with one leading separator starts at the root of the first. POSIX: `/` alone separates. Any other
+    /// number: nothing separates.
     /// \code
     ///   Windows:  "C:\a\b", "..\..\.." => "C:\"        "\\srv\share\d", "..\.." => "\\srv\share"
     ///             "C:\a", "\b"         => "C:\b"       "x", ""                  => "x"
@@ -146,7 +147,8 @@ public:
 /// True when the path begins with `/` or `\`: on Windows it starts at the root of the current drive.
 WFILESYSTEM_EXPORT bool IsDriveRootRelative(wchar_t const* path) noexcept;
 
-/// The root of a Windows path: `X:\` or `X:/`, or `\\server\share` (the whole path where that is shorter); empty for any other.
+/// The root of a Windows path: `X:\` or `X:/`, or `\\server\share` (the whole path where that is shorter); empty for
+/// any other.
 /// \throws std::bad_alloc
 WFILESYSTEM_EXPORT std::wstring GetAbsoluteRoot(wchar_t const* path);
 

@@ -16,8 +16,9 @@ namespace WPDCHeader {
 /// A close that fails with `EINTR` is repeated, ten calls at most in all.
 ///
 /// \return 0, or -1 with `errno` set: by the first failure other than `EINTR`, or by the tenth call.
-/// \warning On Linux an interrupted close has released the descriptor already. When another thread opens a file between two
-///     tries, the repetition closes that thread's descriptor. Linux file systems on local disks do not interrupt a close.
+/// \warning On Linux an interrupted close has released the descriptor already. When another thread opens a file between
+///     two tries, the repetition closes that thread's descriptor. Linux file systems on local disks do not interrupt a
+///     close.
 /// \par Threads
 ///     Any thread; the caller sees to it that nobody else uses the descriptor.
 WFILESYSTEM_EXPORT int close(int fd) noexcept;

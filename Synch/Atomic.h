@@ -19,7 +19,8 @@ long WSynch_AtomicDecrement(WSynch::AtomicLong& cell) noexcept;
 
 namespace WSynch {
 
-/// An integer that threads share. Only the WSynch_Atomic… functions change it; all accesses are sequentially consistent.
+/// An integer that threads share. Only the WSynch_Atomic… functions change it; all accesses are sequentially
+/// consistent.
 class AtomicLong {
 public:
     /// Begins with a value.

@@ -12,7 +12,8 @@ namespace WSynch {
 
 /// A system mutex of the recursive kind, initialised in place.
 ///
-/// \warning There is no destructor that does anything: the owner destroys the mutex with `pthread_mutex_destroy(mutex.Get())`.
+/// \warning There is no destructor that does anything: the owner destroys the mutex with
+///     `pthread_mutex_destroy(mutex.Get())`.
 class WFILESYSTEM_EXPORT InprocessRecursiveMutex {
 public:
     class Lock;

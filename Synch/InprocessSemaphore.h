@@ -22,16 +22,16 @@ class WFILESYSTEM_EXPORT InprocessSemaphore {
 public:
     /// \param count the units that are free at first
     /// \param maximum the number of free units at which no release is allowed; more than that do not hinder one
-    /// \throws WBase::ExceptionImpl<WBase::Message> "::pthread_mutex_init failed" or "::pthread_cond_init failed" with the code
-    ///     that the call returned
+    /// \throws WBase::ExceptionImpl<WBase::Message> "::pthread_mutex_init failed" or "::pthread_cond_init failed" with
+    ///     the code that the call returned
     explicit InprocessSemaphore(unsigned int count = 1, unsigned int maximum = 0x7FFFFFFF);
     InprocessSemaphore(InprocessSemaphore const&) = delete;
     InprocessSemaphore& operator=(InprocessSemaphore const&) = delete;
     ~InprocessSemaphore();
 
     /// Takes a unit; waits for it without limit.
-    /// \throws WBase::ExceptionImpl<WBase::Message> "::pthread_mutex_lock failed" or "::pthread_cond_wait failed" with the code
-    ///     that the call returned; no unit is taken then
+    /// \throws WBase::ExceptionImpl<WBase::Message> "::pthread_mutex_lock failed" or "::pthread_cond_wait failed" with
+    ///     the code that the call returned; no unit is taken then
     void WaitForeverForResource();
 
     /// Takes a unit; waits for it up to so many milliseconds of the system's real-time clock.
@@ -41,9 +41,9 @@ public:
     bool WaitForResource(unsigned long milliseconds);
 
     /// Gives a unit back and wakes one waiter.
-    /// \throws WBase::ExceptionImpl<WBase::Message> "::pthread_mutex_lock failed" or "::pthread_cond_signal failed" with the
-    ///     code that the call returned, or "WSynch::InprocessSemaphore::ReleaseResource: exceeded the maximum." with the ID -1;
-    ///     nothing is given back then
+    /// \throws WBase::ExceptionImpl<WBase::Message> "::pthread_mutex_lock failed" or "::pthread_cond_signal failed"
+    ///     with the code that the call returned, or "WSynch::InprocessSemaphore::ReleaseResource: exceeded the
+    ///     maximum." with the ID -1; nothing is given back then
     void ReleaseResource();
 
 private:

@@ -11,7 +11,8 @@ namespace WSynch {
 
 /// Counts references in a cell; the object deletes itself with the last one. A new object has none.
 ///
-/// \tparam Cell AtomicLong, or what the functions WSynch_AtomicIncrement and WSynch_AtomicDecrement and `Get()` fit alike
+/// \tparam Cell AtomicLong, or what the functions WSynch_AtomicIncrement and WSynch_AtomicDecrement and `Get()` fit
+///     alike
 template <class Cell>
 class ReferenceCountedImpl : public virtual WBase::ReferenceCounted {
 public:

@@ -471,7 +471,8 @@ public:
     long Get() const { return reinterpret_cast<long>(name_); }
 
     bool IsFreed() const {
-        // A sanitizer's allocator knows its blocks. Otherwise a large block is a mapping of its own, which ends with it.
+        // A sanitizer's allocator knows its blocks. Otherwise a large block is a mapping of its own, which ends with
+        // it.
         if (void* const function = ::dlsym(RTLD_DEFAULT, "__sanitizer_get_ownership")) {
             return reinterpret_cast<int (*)(void const*)>(function)(name_) == 0;
         }

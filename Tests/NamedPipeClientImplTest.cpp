@@ -1,5 +1,5 @@
-// The client's side of a channel, call by call. Ordinary files stand for the FIFOs where nothing shall wait. Servers in other
-// processes are in NamedPipeTest.cpp.
+// The client's side of a channel, call by call. Ordinary files stand for the FIFOs where nothing shall wait. Servers in
+// other processes are in NamedPipeTest.cpp.
 
 #include <FileSystem/PrivateSource/NamedPipeClientImpl.h>
 

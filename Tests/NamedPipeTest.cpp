@@ -119,8 +119,8 @@ std::string WriteError(int error) {
     return std::string("Named pipe write error : ") + std::strerror(error);
 }
 
-/// A channel. Servers of the test's own process end their waiting at the usual limit. Children are made before servers, so
-/// that they do not inherit a server's ends.
+/// A channel. Servers of the test's own process end their waiting at the usual limit. Children are made before servers,
+/// so that they do not inherit a server's ends.
 class NamedPipeTest : public ::testing::Test {
 protected:
     std::unique_ptr<NamedPipeServer> MakeServer(bool (*cancel)() = NamedPipeStory::Cancel, int pause = 0) const {

@@ -570,8 +570,8 @@ TEST_F(RecordLockTest, AForkedChildDoesNotHaveTheLock) {
     EXPECT_EQ(RecordLockSeenByOthers(file_), "WRITE");
 }
 
-// This process holds "file" in one thread and waits for "other" in a second one, the child holds "other" and waits for "file".
-// The first thread could go on and unlock, yet the system refuses whichever wait comes last.
+// This process holds "file" in one thread and waits for "other" in a second one, the child holds "other" and waits for
+// "file". The first thread could go on and unlock, yet the system refuses whichever wait comes last.
 TEST_F(RecordLockTest, ADeadlockIsReportedAlthoughAThreadCouldStillUnlock) {
     std::string const otherFile = scratch_ / "other";
     TestSupport::WriteFile(otherFile, "");

@@ -1,4 +1,5 @@
-// The six guards that hold a file object's record lock for a scope. Reading and writing differ in nothing but the calls.
+// The six guards that hold a file object's record lock for a scope. Reading and writing differ in nothing but the
+// calls.
 
 #include <FileSystem/ReadableFile.h>
 #include <FileSystem/UpdateableFile.h>
@@ -26,8 +27,8 @@ using ::testing::ElementsAreArray;
 /// What a lock operation does.
 enum class Answer { YES, NO, EXCEPTION };
 
-/// A file that does nothing but write down the calls of its lock operations. The answers are given in turn, then again and again
-/// the last one.
+/// A file that does nothing but write down the calls of its lock operations. The answers are given in turn, then again
+/// and again the last one.
 class FakeFile : public UpdateableFile {
 public:
     explicit FakeFile(std::deque<Answer> answers = {Answer::YES}) : answers_(std::move(answers)) {}

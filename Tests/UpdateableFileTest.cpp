@@ -1,5 +1,5 @@
-// What is particular to the updateable file: its reading side, and how its two sides share one file. What it has in common with
-// the writeable file: WritingFile*Test.cpp.
+// What is particular to the updateable file: its reading side, and how its two sides share one file. What it has in
+// common with the writeable file: WritingFile*Test.cpp.
 
 #include <DataType/Binary.h>
 #include <Tests/Support/Descriptors.h>

@@ -19,8 +19,8 @@ inline void AppendPiece(std::wstring& text, int piece) {
     text += std::to_wstring(piece);
 }
 
-/// The report of a failed system call. The pieces are plain values, so that nothing at the call site can change the error
-/// before it is read.
+/// The report of a failed system call. The pieces are plain values, so that nothing at the call site can change the
+/// error before it is read.
 template <class... Pieces>
 SystemCallReport MakeReport(unsigned int error, Pieces... pieces) {
     std::wstring text;

@@ -6,12 +6,11 @@
 // There is one locker for each file identity that is open as a file object, found through the module's registry. A file
 // object holds it, through a LockPtr, from its opening to its end.
 //
-// The rules of the mutexes:
-// 1. The registry's mutex guards the map and every decision about a locker's last reference.
-// 2. A semaphore's mutex guards its count and its waiters, and is released before a wait returns.
-// 3. The two are never held together. The registry's mutex may be taken inside the module's busy word, never the reverse.
-// 4. The reference count is atomic: references may be added and dropped in any thread, and only the fall from 1 to 0 needs
-//    the registry's mutex.
+// The rules of the mutexes: 1. The registry's mutex guards the map and every decision about a locker's last reference.
+// 2. A semaphore's mutex guards its count and its waiters, and is released before a wait returns. 3. The two are never
+// held together. The registry's mutex may be taken inside the module's busy word, never the reverse. 4. The reference
+// count is atomic: references may be added and dropped in any thread, and only the fall from 1 to 0 needs the
+// registry's mutex.
 //
 //   state of the semaphore           Lock()                 LockWithTimeOut()          Unlock()
 //   free (count 1)                   held                   held, true                 over-released
@@ -26,8 +25,8 @@ namespace WFileSystem {
 
 class ModuleMain;
 
-/// The lock that all file objects of one file share inside the process. It belongs to the file, not to a thread: a thread
-/// that asks twice waits for itself.
+/// The lock that all file objects of one file share inside the process. It belongs to the file, not to a thread: a
+/// thread that asks twice waits for itself.
 class InprocessFileLocker : public virtual WBase::ReferenceCounted,
                             public WSynch::ReferenceCountedImpl<WSynch::AtomicLong> {
 public:
@@ -35,7 +34,8 @@ public:
 
     /// The identity of a file.
     struct ID {
-        /// \throws WBase::ExceptionImpl<WBase::Message> "WFileSystem::InprocessFileLocker::ID::ID: ::fstat failed for '…'."
+        /// \throws WBase::ExceptionImpl<WBase::Message> "WFileSystem::InprocessFileLocker::ID::ID: ::fstat failed for
+        ///     '…'."
         ID(wchar_t const* path, int fd);
 
         int device = 0;
@@ -80,11 +80,11 @@ public:
 
     /// Gives up what this holder has, takes the reference over from `source`, which is null afterwards, and then locks.
     ///
-    /// The reference is stored before the lock is tried, on purpose: when that fails, the holder has the reference without the
-    /// lock, and will unlock all the same when it is cleared.
+    /// The reference is stored before the lock is tried, on purpose: when that fails, the holder has the reference
+    /// without the lock, and will unlock all the same when it is cleared.
     ///
-    /// \throws WBase::ExceptionImpl<WBase::Message> "WFileSystem::InprocessFileLocker::LockPtr::Assign() failed to get the
-    ///     InprocessLock", with the ID -1, when the time is over; and what waiting throws
+    /// \throws WBase::ExceptionImpl<WBase::Message> "WFileSystem::InprocessFileLocker::LockPtr::Assign() failed to get
+    ///     the InprocessLock", with the ID -1, when the time is over; and what waiting throws
     LockPtr& Assign(WBase::ReturnPtrI<InprocessFileLocker> const& source, bool withTimeOut);
 
     /// Unlocks and drops the reference.

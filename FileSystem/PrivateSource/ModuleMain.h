@@ -25,8 +25,8 @@ public:
     /// \param path names the file in a report
     WBase::ReturnPtrI<InprocessFileLocker> GetInprocessFileLocker(wchar_t const* path, int fd);
 
-    /// Drops one reference. To do so under the registry's mutex decides between the last release of a locker and a concurrent
-    /// look-up of the same file.
+    /// Drops one reference. To do so under the registry's mutex decides between the last release of a locker and a
+    /// concurrent look-up of the same file.
     void Release(InprocessFileLocker const* locker);
 
     /// Takes the locker out of the registry if its count is still 1; called under the registry's mutex.

@@ -1,8 +1,8 @@
 #ifndef WFILESYSTEM_FILESYSTEM_PRIVATESOURCE_NAMEDPIPEUTIL_H
 #define WFILESYSTEM_FILESYSTEM_PRIVATESOURCE_NAMEDPIPEUTIL_H
 
-// What both sides of a channel are made of. All failures are NamedPipeErrors, and nothing is repeated after a signal but the
-// stat of IsFileExist.
+// What both sides of a channel are made of. All failures are NamedPipeErrors, and nothing is repeated after a signal
+// but the stat of IsFileExist.
 
 #include <FileSystem/NamedPipe.h>
 

@@ -8,12 +8,12 @@
 // - A second lock by the same process on the same file is granted at once and replaces the first, whichever thread and
 //   whichever descriptor asks. Threads are kept apart by the in-process locker instead, see InprocessFileLocker.h.
 // - Closing any descriptor of the file drops all the locks that the process has on it, also when other code opened that
-//   descriptor. Therefore the locker is shared by file identity and joined before a file object is used, and no unit here
-//   opens a file that it may hold locked.
+//   descriptor. Therefore the locker is shared by file identity and joined before a file object is used, and no unit
+//   here opens a file that it may hold locked.
 // - A child made by fork has none of its parent's locks.
 // - The kernel drops the locks of a process that ends, however it ends.
-// - Linux looks for deadlocks between processes, not threads: when threads of two processes each hold one file and wait for
-//   another, a waiting lock can fail with EDEADLK although no deadlock exists.
+// - Linux looks for deadlocks between processes, not threads: when threads of two processes each hold one file and wait
+//   for another, a waiting lock can fail with EDEADLK although no deadlock exists.
 //
 // All locks here cover the whole file however it grows: from the start, with length 0.
 

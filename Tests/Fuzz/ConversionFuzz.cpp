@@ -15,8 +15,8 @@ using WBase::StringConversionException;
 
 namespace {
 
-/// An independent reader of UTF-8. It reasons with ranges of numbers: the beginning of a sequence stands for all numbers that
-/// it can still become.
+/// An independent reader of UTF-8. It reasons with ranges of numbers: the beginning of a sequence stands for all
+/// numbers that it can still become.
 namespace Model {
 
 constexpr unsigned long NO_LENGTH = 0;

@@ -1,4 +1,5 @@
-// A client of the installed library: reads the file that its argument names, by block and by line, and a file that is missing.
+// A client of the installed library: reads the file that its argument names, by block and by line, and a file that is
+// missing.
 
 #include <Base/Message.h>
 #include <DataType/Binary.h>

@@ -12,7 +12,8 @@
 
 namespace TestSupport {
 
-/// Observes `operator new` in the thread that made it, from its construction to Stop() or its end. One at a time a thread.
+/// Observes `operator new` in the thread that made it, from its construction to Stop() or its end. One at a time a
+/// thread.
 ///
 /// \code
 /// TestSupport::Allocations allocations;
@@ -20,8 +21,9 @@ namespace TestSupport {
 /// EXPECT_EQ(allocations.Stop(), 1U);
 /// \endcode
 ///
-/// What the compiler has optimised away is not counted. Allocations of the C library (`malloc`, and with it the memory of a thrown exception) and over-aligned ones are not seen,
-/// nor are those of TestSupport's recorders. Assertions that fail allocate; Stop() first, then compare.
+/// What the compiler has optimised away is not counted. Allocations of the C library (`malloc`, and with it the memory
+/// of a thrown exception) and over-aligned ones are not seen, nor are those of TestSupport's recorders. Assertions that
+/// fail allocate; Stop() first, then compare.
 ///
 /// Every allocation and release leaves ERRNO_AFTERWARDS in errno, as memory management is free to: who reads an error
 /// too late gets that one.
@@ -68,7 +70,8 @@ public:
     /// Notes the end of a block, and changes errno; for `operator delete`, before the memory is given back.
     static void NoteRelease(void const* block);
 
-    /// False in programs that Clang's ThreadSanitizer instruments: there `operator new` can't be replaced, and nothing is seen.
+    /// False in programs that Clang's ThreadSanitizer instruments: there `operator new` can't be replaced, and nothing
+    /// is seen.
     static bool AreObserved();
 
 private:

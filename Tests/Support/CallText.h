@@ -27,8 +27,8 @@ std::string AccessMode(int mode);
 /// "SEEK_SET"
 std::string Whence(int whence);
 
-/// "F_RDLCK 0+0", start and length. In front of the start stands the whence unless it is SEEK_SET; at the end the process id,
-/// "self" for the own one, unless it is 0.
+/// "F_RDLCK 0+0", start and length. In front of the start stands the whence unless it is SEEK_SET; at the end the
+/// process id, "self" for the own one, unless it is 0.
 std::string Lock(struct flock const& lock);
 
 /// Whether the command of `fcntl` takes a lock record.

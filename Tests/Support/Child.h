@@ -16,8 +16,8 @@ namespace TestSupport {
 
 class Channel;
 
-/// Runs code in a forked child. The two sides follow each other by words: each WaitFor takes the next word of the other side,
-/// which must be the one named. Every wait is bounded.
+/// Runs code in a forked child. The two sides follow each other by words: each WaitFor takes the next word of the other
+/// side, which must be the one named. Every wait is bounded.
 ///
 /// \code
 /// TestSupport::Child child([&](TestSupport::Child::Parent& parent) {
@@ -33,12 +33,13 @@ class Channel;
 /// \endcode
 ///
 /// The code may return nothing, or an int: the exit code. When an assertion failed in it, the child exits with
-/// EXIT_FAILED_ASSERTION, whatever the code returns; with EXIT_OUT_OF_STEP when it waited in vain, and with EXIT_EXCEPTION
-/// when an exception left the code, the reason of both on its standard error. It exits by `_exit`: no destructors of
-/// statics, no leak check, open streams are not flushed.
+/// EXIT_FAILED_ASSERTION, whatever the code returns; with EXIT_OUT_OF_STEP when it waited in vain, and with
+/// EXIT_EXCEPTION when an exception left the code, the reason of both on its standard error. It exits by `_exit`: no
+/// destructors of statics, no leak check, open streams are not flushed.
 ///
-/// The child has a copy of the thread that made it, and no others: make children before threads. ThreadSanitizer ends a child
-/// that starts threads when its parent had several. On Linux the child is killed when the thread that made it ends.
+/// The child has a copy of the thread that made it, and no others: make children before threads. ThreadSanitizer ends a
+/// child that starts threads when its parent had several. On Linux the child is killed when the thread that made it
+/// ends.
 class Child : public Process {
 public:
     static constexpr int EXIT_FAILED_ASSERTION = 100;

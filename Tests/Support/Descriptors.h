@@ -17,8 +17,8 @@ bool IsOpen(int fd);
 /// Whether a descriptor is closed when another program is run.
 bool IsCloseOnExec(int fd);
 
-/// Fails the test at its end unless exactly so many descriptors were left open since its construction, and all that were open
-/// at its construction still are. Those left open are then closed, so that they do not disturb later tests.
+/// Fails the test at its end unless exactly so many descriptors were left open since its construction, and all that
+/// were open at its construction still are. Those left open are then closed, so that they do not disturb later tests.
 ///
 /// \code
 /// TestSupport::DescriptorCheck const check(1); // the open that times out leaves its descriptor

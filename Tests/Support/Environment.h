@@ -9,8 +9,8 @@
 
 namespace TestSupport {
 
-/// An environment variable has a value, or none, while this object lives. Then it is again what it was. Not for use beside
-/// other threads.
+/// An environment variable has a value, or none, while this object lives. Then it is again what it was. Not for use
+/// beside other threads.
 ///
 /// \code
 /// TestSupport::Environment const directory("TMPDIR", scratch.Path());

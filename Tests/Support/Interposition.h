@@ -27,7 +27,8 @@ extern std::atomic<int> livingRecorders;
 /// Whether the calls of this thread are TestSupport's own. Those of a signal handler that comes in between pass, too.
 bool& IsUnobserved() noexcept;
 
-/// Whether there is an interposed function of this name. Lives beside the functions, so that who uses a recorder links them.
+/// Whether there is an interposed function of this name. Lives beside the functions, so that who uses a recorder links
+/// them.
 bool IsInterposed(std::string_view function);
 
 /// One call on its way through the recorder that sees it.

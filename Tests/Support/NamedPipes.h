@@ -41,8 +41,8 @@ std::string PrintedBy(Code code) {
     return ::testing::internal::GetCapturedStderr();
 }
 
-/// A callback that bounds what a test's server waits for: it answers true when the usual limit has passed since the last
-/// restart.
+/// A callback that bounds what a test's server waits for: it answers true when the usual limit has passed since the
+/// last restart.
 class ServerTimeLimit {
 public:
     static void Restart() { end = std::chrono::steady_clock::now() + waitLimit; }
@@ -53,8 +53,8 @@ private:
     inline static std::chrono::steady_clock::time_point end = std::chrono::steady_clock::now() + waitLimit;
 };
 
-/// A callback for servers, and a recorder: together they tell what was called in which order, and when the callback was asked.
-/// One at a time.
+/// A callback for servers, and a recorder: together they tell what was called in which order, and when the callback was
+/// asked. One at a time.
 ///
 /// \code
 /// NamedPipeStory story(2);

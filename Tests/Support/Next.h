@@ -13,8 +13,8 @@
 
 namespace TestSupport {
 
-/// The system's, or a sanitizer's, definition of a function that the program defines itself. It is looked up at the first call
-/// and needs no dynamic initialiser.
+/// The system's, or a sanitizer's, definition of a function that the program defines itself. It is looked up at the
+/// first call and needs no dynamic initialiser.
 template <class Signature>
 class Next {
 public:

@@ -33,7 +33,8 @@ protected:
     /// Forks. In the child, which dies with the thread that made it where the system can do that, the result is 0.
     pid_t Fork();
 
-    /// Waits for the end, and calls `meanwhile` again and again; a process that does not come to it is killed, and the test fails.
+    /// Waits for the end, and calls `meanwhile` again and again; a process that does not come to it is killed, and the
+    /// test fails.
     /// \return the exit code; for a process that a signal ended the signal's number, negative
     int WaitForEnd(std::function<void()> const& meanwhile = [] {});
 

@@ -4,8 +4,8 @@
 /// \file
 /// \brief Observes the system calls of the code under test, and makes them fail.
 ///
-/// A test program that links TestSupport defines the system's functions itself (SystemCalls.cpp) and passes them on. While no
-/// Recorder lives that costs one relaxed load a call.
+/// A test program that links TestSupport defines the system's functions itself (SystemCalls.cpp) and passes them on.
+/// While no Recorder lives that costs one relaxed load a call.
 ///
 /// \code
 /// TEST(FileTest, CloseIsRepeatedWhileInterrupted) {
@@ -17,10 +17,11 @@
 /// }
 /// \endcode
 ///
-/// What is seen: the calls that the program and its shared libraries make through the plain names (`open`, not `open64`),
-/// also when they were compiled with `_FORTIFY_SOURCE`. Not seen: what the C library calls inside itself (the `read` within an
-/// `fread`), calls on the streams `stdout` and `stderr` (the test framework writes there), calls made by TestSupport and by the
-/// functions given to a rule, and calls of a process made by `fork`, which may make a recorder of its own.
+/// What is seen: the calls that the program and its shared libraries make through the plain names (`open`, not
+/// `open64`), also when they were compiled with `_FORTIFY_SOURCE`. Not seen: what the C library calls inside itself
+/// (the `read` within an `fread`), calls on the streams `stdout` and `stderr` (the test framework writes there), calls
+/// made by TestSupport and by the functions given to a rule, and calls of a process made by `fork`, which may make a
+/// recorder of its own.
 
 #include <functional>
 #include <initializer_list>
@@ -59,7 +60,8 @@ struct Call {
     unsigned int group = 0;       ///< of `chown`
     struct sigaction action = {}; ///< of `sigaction`, as passed in
     timespec deadline = {};       ///< of `pthread_cond_timedwait`
-    /// What the call reads or fills: the buffer, `struct stat`, lock record, `timeval`, `timespec`, mutex, the time left to sleep...
+    /// What the call reads or fills: the buffer, `struct stat`, lock record, `timeval`, `timespec`, mutex, the time
+    /// left to sleep...
     void* data = nullptr;
     FILE* stream = nullptr; ///< of the stream functions
     std::string details;    ///< the arguments but for the descriptor, as they are shown
@@ -78,7 +80,8 @@ public:
         ALL      ///< calls of every thread; one such recorder at a time
     };
 
-    /// Which functions are recorded: names with a space between them. Rules also work on functions that are not recorded.
+    /// Which functions are recorded: names with a space between them. Rules also work on functions that are not
+    /// recorded.
     static char const* const FILE_CALLS;   ///< descriptors, paths, streams, sigaction, the sleeping functions (default)
     static char const* const THREAD_CALLS; ///< pthread_mutex_..., pthread_cond_..., gettimeofday
     /// Both, and getenv. clock_gettime, which every wait of a test calls as well, is recorded where it is named only.
@@ -94,8 +97,8 @@ public:
     Recorder(Recorder const&) = delete;
     Recorder& operator=(Recorder const&) = delete;
 
-    /// Begins a rule for calls of a function; "*" stands for each recorded function that can fail. Of several rules for a call the last made
-    /// applies. Rules may be made at any time.
+    /// Begins a rule for calls of a function; "*" stands for each recorded function that can fail. Of several rules for
+    /// a call the last made applies. Rules may be made at any time.
     Rule On(std::string_view function);
 
     /// Ends recording and rules. What was recorded can still be looked at.
@@ -156,9 +159,11 @@ public:
     Rule Optional();
 
     /// The call fails with the error number: the result is -1, a null pointer, EOF, no items with the stream's error
-    /// indicator set, or for the functions that return their error the number itself. The function is not called, except that
-    /// `close` and `fclose` do close. A failing `nanosleep` has not slept, a failing `sleep` returns its argument.
-    /// \throws std::invalid_argument for `umask`, `getenv` and `globfree`, which can't fail; so do the next three functions
+    /// indicator set, or for the functions that return their error the number itself. The function is not called,
+    /// except that `close` and `fclose` do close. A failing `nanosleep` has not slept, a failing `sleep` returns its
+    /// argument.
+    /// \throws std::invalid_argument for `umask`, `getenv` and `globfree`, which can't fail; so do the next three
+    ///     functions
     void Fail(int error);
     /// As Fail, but `close` and `fclose` are not called either.
     void FailWithoutCalling(int error);
@@ -168,8 +173,8 @@ public:
     void HalfThenFail(int error);
     /// The result is returned without a call; errno stays as it was. A pointer can only be null.
     void Return(long result);
-    /// The calls return these results in turn without being made; a `read` leaves its buffer alone. Each -1 sets errno to
-    /// `error`. Calls after the last result are made.
+    /// The calls return these results in turn without being made; a `read` leaves its buffer alone. Each -1 sets errno
+    /// to `error`. Calls after the last result are made.
     void Script(std::initializer_list<long> results, int error = 0);
     /// `read` and `write` transfer so many bytes at most, `fread` and `fwrite` so many items.
     void Limit(unsigned long count);
@@ -195,7 +200,8 @@ private:
     bool isOptional_ = false;
 };
 
-/// Calls made while it lives, by its thread, are neither recorded nor changed: for preparations in the middle of a test.
+/// Calls made while it lives, by its thread, are neither recorded nor changed: for preparations in the middle of a
+/// test.
 class Unobserved {
 public:
     Unobserved() noexcept;

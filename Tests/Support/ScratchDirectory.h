@@ -12,9 +12,9 @@
 
 namespace TestSupport {
 
-/// A new directory below the system's directory for temporary files. At the end everything in it is removed, also what lies
-/// in directories without permissions; links are removed, not followed, and other mounted file systems are left alone. What
-/// can't be removed fails the test.
+/// A new directory below the system's directory for temporary files. At the end everything in it is removed, also what
+/// lies in directories without permissions; links are removed, not followed, and other mounted file systems are left
+/// alone. What can't be removed fails the test.
 ///
 /// \code
 /// TestSupport::ScratchDirectory scratch;

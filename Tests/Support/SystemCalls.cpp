@@ -1,8 +1,9 @@
 /// \file
 /// \brief The interposed functions: each is the program's own definition of a system's function, and passes the call on.
 ///
-/// Rules for whoever adds one: no function here may be called by its C name; nothing may be needed that is made by a dynamic
-/// initialiser, since the start-up code of libraries calls these functions before the program's initialisers have run.
+/// Rules for whoever adds one: no function here may be called by its C name; nothing may be needed that is made by a
+/// dynamic initialiser, since the start-up code of libraries calls these functions before the program's initialisers
+/// have run.
 
 #include <Tests/Support/CallText.h>
 #include <Tests/Support/Interposition.h>

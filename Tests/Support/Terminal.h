@@ -8,8 +8,8 @@
 
 namespace TestSupport {
 
-/// A pseudo-terminal. What is written to it comes out as it is, line feeds as well; as long as nobody reads it has room for a
-/// few lines.
+/// A pseudo-terminal. What is written to it comes out as it is, line feeds as well; as long as nobody reads it has room
+/// for a few lines.
 ///
 /// \code
 /// TestSupport::Terminal terminal;
@@ -30,8 +30,8 @@ public:
     /// The name of the terminal, which others can open.
     std::string Path() const;
 
-    /// Closes the descriptor, and takes what was written until everybody else has closed theirs, too. The test fails when that
-    /// does not come about.
+    /// Closes the descriptor, and takes what was written until everybody else has closed theirs, too. The test fails
+    /// when that does not come about.
     std::string ReadToEnd();
 
 private:

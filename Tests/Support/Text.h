@@ -18,8 +18,8 @@ std::wstring Widen(std::string_view text);
 /// \throws std::invalid_argument for other characters
 std::string Narrow(std::wstring_view text);
 
-/// As it stands in failures: in quotes, UTF-8, with \n for a line feed and \x{...} for what is not a Unicode scalar value or
-/// does not show.
+/// As it stands in failures: in quotes, UTF-8, with \n for a line feed and \x{...} for what is not a Unicode scalar
+/// value or does not show.
 std::string Readable(std::wstring_view text);
 
 /// The name of a type as it is written in a program.

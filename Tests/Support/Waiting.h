@@ -11,8 +11,8 @@
 
 namespace TestSupport {
 
-/// How long a test waits for something that must come: far longer than a slow machine needs. A test may change it before it
-/// starts threads.
+/// How long a test waits for something that must come: far longer than a slow machine needs. A test may change it
+/// before it starts threads.
 inline std::chrono::milliseconds waitLimit = std::chrono::seconds(20);
 
 /// Asks again and again until the condition holds.

@@ -167,8 +167,8 @@ TEST_F(ProgressTest, ACopyShowsItFromTheSecondSecondOnAndTakesItAway) {
 }
 
 TEST_F(ProgressTest, ItIsRenewedEvery100MillisecondsAtMost) {
-    // The twelfth block is the first after a second. The clock is looked at again when the bar is there, and at the next block
-    // it is 90 milliseconds later.
+    // The twelfth block is the first after a second. The clock is looked at again when the bar is there, and at the
+    // next block it is 90 milliseconds later.
     EXPECT_EQ(CopySlowly(90, UseTerminal()).status, SUCCESS);
     EXPECT_EQ(shown_, Bar(30, "3") + Bar(35, "3") + Bar(40, "4") + "\r\033[K");
 }

@@ -1,4 +1,5 @@
-// Writes the manual page and the bash completion of `wfs`, made of what its help is made of. Runs while the project is built.
+// Writes the manual page and the bash completion of `wfs`, made of what its help is made of. Runs while the project is
+// built.
 
 #include <Defines/Version.h>
 #include <Tools/wfs/CommandLine.h>

@@ -40,8 +40,8 @@ public:
 /// Any text as valid UTF-8; bad bytes become U+FFFD.
 std::string ToUTF8(std::string const& text);
 
-/// Writes "wfs: text" to standard error. On a terminal the program's name is red, also in the lines of the text that begin with
-/// it.
+/// Writes "wfs: text" to standard error. On a terminal the program's name is red, also in the lines of the text that
+/// begin with it.
 void Report(std::string const& text);
 
 /// Writes "wfs: text", or "wfs: 'path': text" where the text does not name the path as it was given.

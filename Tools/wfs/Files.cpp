@@ -35,8 +35,8 @@ struct StreamCloser {
 
 using StreamPtr = std::unique_ptr<FILE, StreamCloser>;
 
-/// The library's copy of a file step by step, with two differences: the progress shows, and a target that can't be closed is
-/// a failure.
+/// The library's copy of a file step by step, with two differences: the progress shows, and a target that can't be
+/// closed is a failure.
 void CopyContent(wchar_t const* from, wchar_t const* to) {
     constexpr unsigned long BLOCK_SIZE = 256UL * 1024;
     StreamPtr const source(File::OpenStream(from, File::OPEN_READ, File::SHARE_IGNORED));

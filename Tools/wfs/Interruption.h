@@ -12,8 +12,8 @@ struct Interrupted {
     int signal;
 };
 
-/// While it lives, SIGINT and SIGTERM do not end the process, but the next wait for input. A signal that was ignored before
-/// stays so. One at a time.
+/// While it lives, SIGINT and SIGTERM do not end the process, but the next wait for input. A signal that was ignored
+/// before stays so. One at a time.
 class Interruption {
 public:
     Interruption();

@@ -60,8 +60,8 @@ void PassOnToCommand(int signal) {
     ::kill(gCommand, signal);
 }
 
-/// What becomes of signals from before the command's start to its end. Those of the keyboard reach the command by themselves
-/// and are ignored; the others are passed on. So the lock outlives the command in any case but SIGKILL.
+/// What becomes of signals from before the command's start to its end. Those of the keyboard reach the command by
+/// themselves and are ignored; the others are passed on. So the lock outlives the command in any case but SIGKILL.
 class SignalsForCommand {
 public:
     SignalsForCommand() {

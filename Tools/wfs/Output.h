@@ -7,8 +7,8 @@
 
 namespace Wfs {
 
-/// Gives each closed standard stream a descriptor that fails when it is used. Otherwise the first file that is opened would
-/// get the number, and be taken for the stream.
+/// Gives each closed standard stream a descriptor that fails when it is used. Otherwise the first file that is opened
+/// would get the number, and be taken for the stream.
 void OpenStandardStreams();
 
 /// Writes at once, so that the order of output and reports is kept.

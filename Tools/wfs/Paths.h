@@ -13,8 +13,8 @@
 
 namespace Wfs {
 
-/// An argument as CLI11 must get it, which else has a syntax of its own inside arguments: "[a,b]" and "{}" are lists, "%%"
-/// separates. Where it looks so, it gets a NUL at its end, which AddPaths takes away.
+/// An argument as CLI11 must get it, which else has a syntax of its own inside arguments: "[a,b]" and "{}" are lists,
+/// "%%" separates. Where it looks so, it gets a NUL at its end, which AddPaths takes away.
 std::string Shield(std::string argument);
 
 /// The argument again.

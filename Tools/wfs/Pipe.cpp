@@ -1,11 +1,12 @@
 // The verb for named pipes: a server that runs a command for each request, and its client.
 //
-// Who the client is, the server learns from the lock file: it is the process that holds the record lock. The server greets it
-// with 4 bytes, its process number, and only then the client sends its request, so that all that comes is known to be from one
-// client, also when others died in the middle of theirs. A request is 4 bytes of length and the bytes. A reply is 4 bytes with
-// the command's exit status, 4 bytes of length, and the command's output. The client then sends one byte more, which tells that
-// it has the reply and that nothing is left in the channel. Where that is not certain, the server makes the channel anew, and
-// tells the client that may be there to try again. All numbers have their least significant byte first.
+// Who the client is, the server learns from the lock file: it is the process that holds the record lock. The server
+// greets it with 4 bytes, its process number, and only then the client sends its request, so that all that comes is
+// known to be from one client, also when others died in the middle of theirs. A request is 4 bytes of length and the
+// bytes. A reply is 4 bytes with the command's exit status, 4 bytes of length, and the command's output. The client
+// then sends one byte more, which tells that it has the reply and that nothing is left in the channel. Where that is
+// not certain, the server makes the channel anew, and tells the client that may be there to try again. All numbers have
+// their least significant byte first.
 
 #include <Base/Conversion.h>
 #include <FileSystem/File.h>
@@ -197,7 +198,8 @@ std::string ReadAll(FILE* stream) {
     return text;
 }
 
-/// Runs the command with the request as its standard input. Files stand between, so that neither side waits for the other.
+/// Runs the command with the request as its standard input. Files stand between, so that neither side waits for the
+/// other.
 Result RunCommand(std::vector<std::string> const& command, std::string const& request) {
     StreamPtr const input = MakeTemporaryStream();
     StreamPtr const output = MakeTemporaryStream();
@@ -394,8 +396,8 @@ void ServeAt(wchar_t const* base, ServeOptions const& options) {
     gWatch.SetUp(lockFile.Get(), std::chrono::seconds(options.idle));
     auto service = std::make_unique<Service>(base, options);
     while (!RunAndReport(*service, options)) {
-        // The new files take the place of the old ones while these are still served: a client never waits at files without a
-        // server.
+        // The new files take the place of the old ones while these are still served: a client never waits at files
+        // without a server.
         auto next = std::make_unique<Service>(base, options);
         service->SendAway();
         service = std::move(next);

@@ -31,7 +31,8 @@ CLI::App& AddVerb(CLI::App& parent, char const* name, char const* summary, char 
 
 Work AddVerbs(CLI::App& parent, std::initializer_list<Verb> verbs) {
     parent.formatter(std::make_shared<Formatter>());
-    // What follows a verb is never another one of these: a file may be called "cat". That one is given is seen to below.
+    // What follows a verb is never another one of these: a file may be called "cat". That one is given is seen to
+    // below.
     parent.require_subcommand(0, 1);
     std::vector<std::pair<CLI::App const*, Work>> works;
     for (Verb const& verb : verbs) {

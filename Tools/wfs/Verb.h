@@ -19,8 +19,8 @@ using Work = std::function<ExitStatus()>;
 /// One verb of the program, or of another verb.
 ///
 /// Help, manual page and completion are made of this and of what `define` declares, by these conventions:
-/// - The notes are paragraphs with an empty line between them, of which one may begin with a label: "Exit status: ". Lines that
-///   begin with two spaces stay as they are.
+/// - The notes are paragraphs with an empty line between them, of which one may begin with a label: "Exit status: ".
+///   Lines that begin with two spaces stay as they are.
 /// - The name of an argument tells what it is: COMMAND, DIRECTORY or VERB; any other is a path.
 /// - The text of an option's value tells the choices, as in "posix|windows".
 struct Verb {

@@ -46,8 +46,8 @@ private:
     Guard guard_;
 };
 
-/// Takes a record lock for which the library has no guard that tries again: an exclusive lock that is held elsewhere ends
-/// the library's guards with an exception.
+/// Takes a record lock for which the library has no guard that tries again: an exclusive lock that is held elsewhere
+/// ends the library's guards with an exception.
 /// \param lock takes the lock, waiting for it or not; throws a message with `EAGAIN` or `EACCES` where another process
 ///     holds it, and returns false where there are no record locks
 /// \throws Failure with LOCK_NOT_OBTAINED: another process held the lock until the end of the wait
