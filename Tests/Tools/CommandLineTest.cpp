@@ -43,7 +43,7 @@ TEST_F(CommandLineTest, HelpListsTheVerbsAndTheStatuses) {
     for (std::string const verb : VERBS) {
         EXPECT_THAT(result.output, HasSubstr("\n  " + verb + " "));
     }
-    EXPECT_THAT(result.output, HasSubstr("75 a lock was not obtained in time"));
+    EXPECT_THAT(result.output, HasSubstr("75 a lock was not obtained, or a server did not answer, in time"));
     EXPECT_EQ(result.errors, "");
     EXPECT_EQ(result.status, 0);
 }

@@ -29,8 +29,8 @@ TEST_F(OutputTest, OnATerminalEachReportOfSeveralIsRed) {
     TestSupport::Terminal terminal;
     RunScript("mkdir -p a/.b a/c/.d; export TERM=xterm NO_COLOR=; \"$WFS\" rmdir --recursive a 2>" + terminal.Path());
     EXPECT_EQ(
-        terminal.ReadToEnd(), "\033[1;31mwfs:\033[0m Failed to delete directory 'a/c'.\nDirectory not empty\n"
-                              "\033[1;31mwfs:\033[0m Failed to delete directory 'a'.\nDirectory not empty\n");
+        terminal.ReadToEnd(), "\033[1;31mwfs:\033[0m Failed to delete directory 'a'.\nDirectory not empty\n"
+                              "\033[1;31mwfs:\033[0m Failed to delete directory 'a/c'.\nDirectory not empty\n");
 }
 
 TEST_F(OutputTest, ThereAreNoColoursWhereNobodyWantsThem) {

@@ -6,6 +6,7 @@
 #include <Tools/wfs/Paths.h>
 
 #include <algorithm>
+#include <clocale>
 #include <exception>
 #include <iterator>
 #include <utility>
@@ -108,6 +109,8 @@ ExitStatus CommandLine::RefuseUsage(std::string text) const {
 ExitStatus Run(int argc, char const* const* argv) noexcept {
     try {
         OpenStandardStreams();
+        // So that a ? in a pattern is a character. Systems that do not know this locale take it for a byte.
+        std::setlocale(LC_CTYPE, "C.UTF-8");
         ExitStatus const status = CommandLine().Run(argc, argv);
         CloseOutput();
         return status;
