@@ -53,6 +53,9 @@ public:
     /// How many bytes they asked for in all; what was freed again is not subtracted.
     unsigned long GetBytes() const;
 
+    /// How many blocks made during the observation were not released in it: after the end of an operation, what it leaks.
+    unsigned long GetHeld() const { return blocks_.size(); }
+
     /// Whether an allocation was made to fail. A fault loop ends when not.
     bool HasFailed() const;
 
