@@ -234,8 +234,8 @@ std::vector<int> const& ErrorsOf(std::string const& call) {
         {"fopen(", opening},
         {"close(", {EINTR, EIO, ENOSPC, EDQUOT}},
         {"fclose(", {EINTR, EIO, ENOSPC, EDQUOT}},
-        {"read(", {SHORT, EINTR, EIO, EAGAIN, ESTALE, ENOMEM}},
-        {"write(", {SHORT, EINTR, EIO, EAGAIN, ENOSPC, EDQUOT, EFBIG, EPIPE, ESTALE}},
+        {"read(", {SHORT, SHORT_THEN_EIO, EINTR, EIO, EAGAIN, ESTALE, ENOMEM}},
+        {"write(", {SHORT, SHORT_THEN_EIO, EINTR, EIO, EAGAIN, ENOSPC, EDQUOT, EFBIG, EPIPE, ESTALE}},
         {"lseek(", {EINVAL, EOVERFLOW, ESPIPE}},
         {"fcntl(F_SETLK", {EINTR, EDEADLK, ENOLCK, EACCES, EAGAIN, ENOTSUP, EIO, ESTALE}},
         {"fcntl(", {EINTR, EBADF}},
@@ -478,8 +478,13 @@ State Changed(State state, std::vector<std::string> const& changes) {
     return state;
 }
 
+/// The error number that the system gives.
+int NumberOf(int error) {
+    return error == SHORT ? 0 : error == SHORT_THEN_EIO ? EIO : error;
+}
+
 std::string ExpectedText(Reaction const& reaction, int error, Outcome const& clean) {
-    int const number = reaction.reported.value_or(error == SHORT ? 0 : error);
+    int const number = reaction.reported.value_or(NumberOf(error));
     std::string const words = TestSupport::Narrow(TestSupport::ErrorDescription(number));
     std::string const text = Replaced(reaction.text, "{e}", words);
     std::type_info const& report = typeid(WBase::ExceptionImpl<WBase::Message>);
@@ -521,7 +526,8 @@ bool IsForOneCall(Reaction const& reaction) {
 
 bool Fits(Reaction const& reaction, std::vector<std::string> const& calls, std::size_t index, int error) {
     auto const& errors = reaction.errors;
-    if (!errors.empty() && std::find(errors.begin(), errors.end(), error) == errors.end()) {
+    bool const isForAll = errors.empty() && error != SHORT_THEN_EIO;
+    if (!isForAll && std::find(errors.begin(), errors.end(), error) == errors.end()) {
         return false;
     }
     std::string const beginning = BeginningOf(reaction);
@@ -551,14 +557,22 @@ struct Fault {
     unsigned long limit; ///< of a short transfer
 };
 
+/// A rule for so many calls, from the first on that the fault is about.
+Recorder::Rule RuleFor(Recorder& recorder, World& world, Fault const& fault, unsigned int first, unsigned int times) {
+    return recorder.On(fault.call.function)
+        .Where([&world, &fault, first, times, seen = 0U](Call const& call) mutable {
+            return BeginsWith(world.Normal(TextOf(call)), fault.beginning) && ++seen >= first && seen - first < times;
+        })
+        .Optional();
+}
+
 void Inject(Recorder& recorder, World& world, Fault const& fault) {
-    auto const applies = [&world, &fault, seen = 0U](Call const& call) mutable {
-        return BeginsWith(world.Normal(TextOf(call)), fault.beginning) && ++seen >= fault.first &&
-               seen - fault.first < fault.times;
-    };
-    auto rule = recorder.On(fault.call.function).Where(applies).Optional();
+    auto rule = RuleFor(recorder, world, fault, fault.first, fault.times);
     if (fault.error == SHORT) {
         rule.Limit(fault.limit);
+    } else if (fault.error == SHORT_THEN_EIO) {
+        rule.Limit(fault.limit);
+        RuleFor(recorder, world, fault, fault.first + 1, 1).Fail(EIO);
     } else if (fault.call.function == "close" && fault.error == EINTR) {
         rule.FailWithoutCalling(EINTR); // the library takes the file for open still
     } else {
@@ -569,7 +583,9 @@ void Inject(Recorder& recorder, World& world, Fault const& fault) {
 void ExpectReaction(Row const& row, Reaction const& reaction, Fault const& fault, Outcome const& clean) {
     SCOPED_TRACE(
         TextOf(fault.call) + ", call " + std::to_string(fault.first) + " of \"" + fault.beginning + "\", " +
-        (fault.error == SHORT ? "short" : TestSupport::CallText::ErrorName(fault.error)) +
+        (fault.error == SHORT            ? "short"
+         : fault.error == SHORT_THEN_EIO ? "short, then EIO"
+                                         : TestSupport::CallText::ErrorName(fault.error)) +
         (fault.times == FOR_EVER ? " for ever" : ", times: " + std::to_string(fault.times)));
     auto const run = [&] {
         return Run(
@@ -585,7 +601,7 @@ void ExpectReaction(Row const& row, Reaction const& reaction, Fault const& fault
     EXPECT_EQ(actual.text, ExpectedText(expected, fault.error, clean));
     EXPECT_EQ(
         actual.printed,
-        Replaced(expected.printed, "{e}", TestSupport::Narrow(TestSupport::ErrorDescription(fault.error))));
+        Replaced(expected.printed, "{e}", TestSupport::Narrow(TestSupport::ErrorDescription(NumberOf(fault.error)))));
     EXPECT_EQ(actual.after, Changed(expected.effect == Effect::NONE ? clean.after : actual.before, expected.after));
     EXPECT_EQ(actual.leaks, expected.leaks);
     EXPECT_EQ(actual.heldBlocks, 0U);
@@ -600,6 +616,9 @@ void FailEachCall(Row const& row) {
         Call const& call = clean.calls[index];
         for (int const error : ErrorsOf(clean.callTexts[index])) {
             Reaction const* const reaction = FindReaction(row, clean.callTexts, index, error);
+            if (reaction == nullptr && error == SHORT_THEN_EIO) {
+                continue;
+            }
             if (reaction == nullptr) {
                 ADD_FAILURE() << "The row says nothing of " << clean.callTexts[index] << ", error " << error;
                 return;
@@ -610,7 +629,7 @@ void FailEachCall(Row const& row) {
             if (error == EINTR && reaction->isRepeatedWhileInterrupted) {
                 fault.times = call.function == "close" ? REPEATED_CLOSES : 3;
                 ExpectReaction(row, *reaction, fault, clean);
-            } else if (!IsForOneCall(*reaction) && !reaction->isForOneFailure) {
+            } else if (!IsForOneCall(*reaction) && !reaction->isForOneFailure && error != SHORT_THEN_EIO) {
                 fault.times = FOR_EVER;
                 ExpectReaction(row, *reaction, fault, clean);
             }

@@ -87,6 +87,9 @@ private:
 /// Takes the place of an error number: the call transfers one byte, or half.
 constexpr int SHORT = -1;
 
+/// The call transfers one byte, and the next one fails with EIO. Tried where a row has a reaction for it.
+constexpr int SHORT_THEN_EIO = -2;
+
 enum class Effect {
     NONE,       ///< as if the call had not failed
     REPORT,     ///< a system-call report with the error number
@@ -132,6 +135,9 @@ inline Reaction Reports(std::string call, std::string text) {
 }
 inline Reaction Wraps(std::string call, std::string text) {
     return {std::move(call), Effect::WRAPPED, std::move(text)};
+}
+inline Reaction WrapsNothing(std::string call, std::string text) {
+    return {std::move(call), Effect::UNCAUSED, std::move(text)};
 }
 inline Reaction Returns(std::string call, std::string text) {
     return {std::move(call), Effect::RESULT, std::move(text)};

@@ -420,7 +420,11 @@ std::vector<Row> FileImplRows() {
             {Wraps("fstat(", "Failed to get size of file '{}/data'.").Repeated()}),
         OnDescriptor(
             "Write", [](World& world) { FileImpl::Write(world.Wide("data"), world.fd, "ABCDEF", 0); },
-            {Passes("write(").For({SHORT}), Wraps("write(", "Failed to write 6 bytes to file '{}/data'.").Repeated()}),
+            {Passes("write(").For({SHORT}),
+             WrapsNothing("write(", "Failed to write 5 bytes to file '{}/data'.")
+                 .For({SHORT_THEN_EIO})
+                 .After({"data=Airst\nsecond"}),
+             Wraps("write(", "Failed to write 6 bytes to file '{}/data'.").Repeated()}),
         OnDescriptor(
             "ReadBytes",
             [](World& world) {
@@ -428,7 +432,9 @@ std::vector<Row> FileImplRows() {
                 FileImpl::Read(world.Wide("data"), world.fd, bytes, 6);
                 world.Say(bytes);
             },
-            {Passes("read(").For({SHORT}), Wraps("read(", "Failed to read 6 bytes from file '{}/data'.").Repeated()}),
+            {Passes("read(").For({SHORT}),
+             WrapsNothing("read(", "Failed to read 5 bytes from file '{}/data'.").For({SHORT_THEN_EIO}),
+             Wraps("read(", "Failed to read 6 bytes from file '{}/data'.").Repeated()}),
         OnDescriptor(
             "ReadBeyondTheEnd",
             [](World& world) {
@@ -449,15 +455,16 @@ std::vector<Row> FileImplRows() {
                 FileImpl::Read(world.Wide("data"), world.fd, *world.buffer, 0);
                 world.Say(std::string_view(world.buffer->GetBuffer(), world.buffer->GetSize()));
             },
-            {Passes("read(").For({SHORT}), Wraps("read(", "Failed to read 8 bytes from file '{}/data'.").Repeated()}),
+            {Passes("read(").For({SHORT}), Returns("read(", "[f]").For({SHORT_THEN_EIO}),
+             Wraps("read(", "Failed to read 8 bytes from file '{}/data'.").Repeated()}),
         OnDescriptor(
             "ReadLine",
             [](World& world) {
                 FileImpl::ReadLine(world.Wide("data"), world.fd, *world.buffer);
                 world.Say(std::string_view(world.buffer->GetBuffer(), world.buffer->GetSize()));
             },
-            {Passes("read(").For({SHORT}), Wraps("read(", "Failed to read 8 bytes from file '{}/data'.").Repeated(),
-             Wraps("lseek(", SET_FAILURE)}),
+            {Passes("read(").For({SHORT}), Returns("read(", "[f]").For({SHORT_THEN_EIO}),
+             Wraps("read(", "Failed to read 8 bytes from file '{}/data'.").Repeated(), Wraps("lseek(", SET_FAILURE)}),
         OnDescriptor(
             "MovePosition", [](World& world) { world.Say(FileImpl::MovePosition(world.Wide("data"), world.fd, 3)); },
             {Wraps("lseek(", SET_FAILURE)}),

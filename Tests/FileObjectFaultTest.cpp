@@ -119,6 +119,9 @@ Row Abandoning(Kind const& kind, Policy const& policy) {
         [=](World& world) { kind.open(world.Wide("data"), policy.policy)->Write("ABC", 0); },
         Reactions{
             Passes("write(").For({SHORT}),
+            WrapsNothing("write(", "Failed to write 2 bytes to file '{}/data'.")
+                .For({SHORT_THEN_EIO})
+                .After(policy.Leaves("Airst\nsecond")),
             Wraps("write(", "Failed to write 3 bytes to file '{}/data'.").Repeated().After(policy.Leaves(World::DATA)),
             Passes("lseek(").After(notEmptied), Passes("ftruncate(").For({EINTR}).Repeated(),
             Passes("ftruncate(").After(notEmptied), Passes("unlink(").After({"data="})} +
@@ -300,9 +303,12 @@ std::function<void(World&)> WriteBy(std::unique_ptr<Side> World::*side) {
 Reactions const WRITING_TO_A_PIPE = {
     FailsThePipe("sigaction(SIGPIPE, SIG_IGN", "Failed to do sigaction()"),
     Passes("sigaction(").After({"SIGPIPE=ignored"}), Passes("write(").For({SHORT}),
+    FailsThePipe("write(", "Named pipe write error : {e}").For({SHORT_THEN_EIO}),
     FailsThePipe("write(", "Named pipe write error : {e}")};
 
-Reactions const READING_FROM_A_PIPE = {Passes("read(").For({SHORT}), FailsThePipe("read(", "Named pipe read error")};
+Reactions const READING_FROM_A_PIPE = {
+    Passes("read(").For({SHORT}), FailsThePipe("read(", "Named pipe read error").For({SHORT_THEN_EIO}),
+    FailsThePipe("read(", "Named pipe read error")};
 
 Row Creating(std::string name, std::function<void(World&)> prepare, Reactions const& ofOldFifos) {
     constexpr char NO_FIFO[] = "Failed to create name pipe";

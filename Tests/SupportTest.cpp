@@ -801,6 +801,18 @@ TEST(AllocationsTest, TheBytesOfAllocationsAreCounted) {
     EXPECT_EQ(allocations.GetBytes(), 108U);
 }
 
+TEST(AllocationsTest, BlocksThatAreNotReleasedAreHeld) {
+    SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
+    std::string before(100, 'x');
+    Allocations allocations;
+    auto const held = std::make_unique<int>(1);
+    std::make_unique<int>(2).reset();
+    before = std::string();
+    before.shrink_to_fit();
+    allocations.Stop();
+    EXPECT_EQ(allocations.GetHeld(), 1U);
+}
+
 TEST(AllocationsTest, OtherThreadsAreNotCounted) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
     std::atomic<bool> isStarted{false};
