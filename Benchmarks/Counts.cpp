@@ -1,6 +1,6 @@
-// Counts DIRECTORY counts what does not depend on the machine's speed. By itself it prints the bytes that an open file takes; under
-// valgrind's callgrind, with --collect-atstart=no, it makes one dump for each path operation, named after it, with the
-// instructions of one call.
+// Counts DIRECTORY counts what does not depend on the machine's speed. By itself it prints the bytes that an open file
+// takes; under valgrind's callgrind, with --collect-atstart=no, it makes one dump for each path operation, named after
+// it, with the instructions of one call.
 
 #include <FileSystem/Initializer.h>
 #include <FileSystem/Path.h>

@@ -217,7 +217,9 @@ def machine_block(memory, disk):
     context = memory.context
     # Of the last minute.
     loads = [(run.context.get("load_avg") or [0.0])[0] for run in (memory, disk)]
-    repetitions = [max(len(series.times) for by_who in run.series.values() for series in by_who.values()) for run in (memory, disk)]
+    repetitions = [
+        max(len(series.times) for by_who in run.series.values() for series in by_who.values()) for run in (memory, disk)
+    ]
     return (
         f"{context['num_cpus']} processors ({model}), {platform.system()} {platform.release().split('-')[0]}. "
         f"In memory: {repetitions[0]} repetitions, load {loads[0]:.1f} at the beginning. "
@@ -246,7 +248,8 @@ def all_block(run):
                         ]
                     )
         if rows:
-            parts.append(f"### {title}\n\n" + table(["", "lower quartile", "median", "to `raw`", "to `same`", "spread"], rows))
+            head = ["", "lower quartile", "median", "to `raw`", "to `same`", "spread"]
+            parts.append(f"### {title}\n\n" + table(head, rows))
     return "\n\n".join(parts)
 
 
