@@ -15,6 +15,7 @@ using ::testing::HasSubstr;
 using TestSupport::Child;
 using TestSupport::Program;
 using TestSupport::ProgramResult;
+using TestSupport::Recorder;
 
 constexpr int SUCCESS = 0;
 constexpr int FAILURE = 1;
@@ -158,6 +159,17 @@ TEST_F(PipeVerbTest, TheNextClientIsServedAfterOneThatDied) {
         caller.CloseInput();
         client.Kill();
         EXPECT_EQ(caller.Wait().output, "text");
+    }
+}
+
+TEST_F(PipeVerbTest, AFileThatIsMissingWhileTheChannelIsMadeAnewIsSoughtAgain) {
+    Serve("cat");
+    for (unsigned int const nth : {2U, 3U}) {
+        ProgramResult const result = RunObserved({"pipe", "call", "b"}, [nth](Recorder& recorder, Child::Parent&) {
+            recorder.On("open").Nth(nth).Fail(ENOENT);
+        });
+        EXPECT_EQ(result.errors, "");
+        EXPECT_EQ(result.status, SUCCESS);
     }
 }
 

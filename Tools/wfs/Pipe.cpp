@@ -31,6 +31,7 @@
 #include <string>
 #include <sys/time.h>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
@@ -465,10 +466,27 @@ private:
     std::unique_ptr<WFileSystem::NamedPipeClient> client_;
 };
 
+constexpr int MOST_TRIES = 10;
+
+/// While a server makes the channel anew, a file of it is missing for a moment.
+std::unique_ptr<Connection> ConnectTo(wchar_t const* base) {
+    constexpr std::chrono::milliseconds MOMENT(20);
+    for (int tries = 1;; ++tries) {
+        try {
+            return std::make_unique<Connection>(base);
+        } catch (NamedPipe::NamedPipeError const&) {
+            if (tries == MOST_TRIES) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(MOMENT);
+    }
+}
+
 /// \return false: the server made the channel anew before it took the request
 bool Exchange(wchar_t const* base, std::string const& request, Result& result) {
-    Connection const connection(base);
-    WFileSystem::NamedPipeClient& client = connection.Get();
+    std::unique_ptr<Connection> const connection = ConnectTo(base);
+    WFileSystem::NamedPipeClient& client = connection->Get();
     auto const read = [&client] {
         Number number = {};
         client.Read(number.data(), number.size());
@@ -499,7 +517,6 @@ bool Exchange(wchar_t const* base, std::string const& request, Result& result) {
 ExitStatus Call(CallOptions const& options) {
     Result result;
     ExitStatus const status = ForEachPath({options.base}, [&](wchar_t const* base) {
-        constexpr int MOST_TRIES = 10;
         std::string const request = ReadAll(stdin);
         if (request.size() > LONGEST_MESSAGE) {
             throw Failure("The request is longer than 256 MiB.");
