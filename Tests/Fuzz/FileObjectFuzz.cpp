@@ -32,7 +32,8 @@ int FirstFreeDescriptor() {
 /// One file object after another on one path, and what each and the path should hold.
 class Session {
 public:
-    explicit Session(std::string const& path) : narrowPath_(path), path_(Fuzz::Widened(path)) {
+    explicit Session(std::string const& path)
+        : narrowPath_(path), path_(Fuzz::Widened(path)), secondName_(path + ".link") {
         std::filesystem::remove(narrowPath_);
     }
     Session(Session const&) = delete;
@@ -53,6 +54,7 @@ public:
 private:
     std::string narrowPath_;
     std::wstring path_;
+    std::string secondName_; // of the object's file, to see it where the path no longer names it
 
     std::unique_ptr<WFileSystem::GenericFile> file_;
     WFileSystem::ReadableFile* readable_ = nullptr;
@@ -110,6 +112,8 @@ private:
         position_ = 0;
         opened_ = named_.value_or("");
         named_ = opened_;
+        std::filesystem::remove(secondName_);
+        std::filesystem::create_hard_link(narrowPath_, secondName_);
         return true;
     }
 
@@ -131,22 +135,24 @@ private:
             file_.reset();
             readable_ = nullptr;
             writeable_ = nullptr;
-            if (isUndone && policy_ != WFileSystem::KEEP_FILE && isNamed_) {
-                named_ = "";
+            if (isUndone && policy_ != WFileSystem::KEEP_FILE) {
+                opened_.clear();
+                named_ = isNamed_ ? opened_ : named_;
             }
             if (isUndone && policy_ == WFileSystem::DELETE_FILE) {
                 named_.reset(); // whatever has the name
             }
+            CheckFile(secondName_, opened_);
         }
-        CheckFile();
+        CheckFile(narrowPath_, named_);
     }
 
-    void CheckFile() const {
-        std::ifstream file(narrowPath_, std::ios::binary);
-        Require(file.is_open() == named_.has_value(), named_ ? "the file is there" : "the file is gone");
-        if (named_) {
+    static void CheckFile(std::string const& path, std::optional<std::string> const& expected) {
+        std::ifstream file(path, std::ios::binary);
+        Require(file.is_open() == expected.has_value(), expected ? "the file is there" : "the file is gone");
+        if (expected) {
             std::string const bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-            RequireEqual(bytes, *named_, "the file");
+            RequireEqual(bytes, *expected, "the file");
         }
     }
 
@@ -314,10 +320,12 @@ private:
             }
             return true;
         case 'C':
-            if (writeable_ != nullptr) {
-                isCommitted_ =
-                    IsDone([&] { writeable_->CommitAndClose(); }, L"Failed to close handle of") || isCommitted_;
-                CheckFile();
+            if (writeable_ != nullptr && IsDone([&] { writeable_->CommitAndClose(); }, L"Failed to close handle of")) {
+                isCommitted_ = true;
+                CheckFile(secondName_, opened_);
+                if (isNamed_) {
+                    WFileSystem::OpenReadableFile_InProcessLockNoWait(path_.c_str()); // another object can have it now
+                }
             }
             return true;
         default:
@@ -341,10 +349,8 @@ private:
     }
 
     void ShowThroughName() {
-        if (isNamed_) {
-            named_ = opened_;
-            CheckFile();
-        }
+        named_ = isNamed_ ? opened_ : named_;
+        CheckFile(secondName_, opened_);
     }
 
     bool Position(char operation, Input& input) {
