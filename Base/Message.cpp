@@ -127,14 +127,14 @@ unsigned short Message::GetDomain() const noexcept {
     return content_ ? content_->chain.front().domain : MESSAGE_DOMAIN_UNKNOWN;
 }
 
-std::optional<int> Message::FindID(unsigned short domain) const noexcept {
+std::optional<int> Message::FindID(unsigned short domain, unsigned int index) const noexcept {
     if (content_) {
         for (Link const& link : content_->chain) {
-            if (link.domain == domain) {
+            if (link.domain == domain && index-- == 0) {
                 return link.id;
             }
         }
-    } else if (domain == MESSAGE_DOMAIN_UNKNOWN) {
+    } else if (domain == MESSAGE_DOMAIN_UNKNOWN && index == 0) {
         return 0;
     }
     return std::nullopt;

@@ -70,11 +70,13 @@ public:
     /// The domain of the outermost message.
     unsigned short GetDomain() const noexcept;
 
-    /// The ID of the first message in the domain, from the outermost one inwards; nothing where there is none.
+    /// The ID of a message in the domain, counted from the outermost one inwards; nothing where there are not as many.
     /// \code
     ///   message.FindID(WBase::MESSAGE_DOMAIN_ERRNO) == ENOENT // a wrapped message whose cause is a missing file
     /// \endcode
-    std::optional<int> FindID(unsigned short domain) const noexcept;
+    /// \param domain the domain
+    /// \param index how many messages in the domain to pass over
+    std::optional<int> FindID(unsigned short domain, unsigned int index = 0) const noexcept;
 
     /// Makes what the message held the cause of a new outermost domain, ID and text. An empty message gets no cause.
     /// \param domain,id,text as in the constructor

@@ -429,8 +429,8 @@ inline ReadableFileLines::Iterator ReadableFileLines::end() noexcept {
 }
 
 /// The system error that a message carries, to compare with `std::errc` or to hand to code that knows only error codes:
-/// that of the outermost message in the domain `WBase::MESSAGE_DOMAIN_ERRNO`, or, where the chain has none, the ID of
-/// the outermost one in `WBase::MESSAGE_DOMAIN_UNKNOWN`, which is where a system-call report has it.
+/// the first positive ID in the domain `WBase::MESSAGE_DOMAIN_ERRNO`, from the outermost message inwards, or, where
+/// the chain has none, in `WBase::MESSAGE_DOMAIN_UNKNOWN`, which is where a system-call report has it.
 ///
 /// \code
 /// catch (WBase::Message const& message) {
@@ -440,15 +440,15 @@ inline ReadableFileLines::Iterator ReadableFileLines::end() noexcept {
 /// }
 /// \endcode
 /// \return a code of `std::generic_category()`; one that says "no error" where the message carries no positive number
-/// \warning Of several messages in one domain only the outermost one is seen: wrap a system-call report by a message in
-///     another domain than `WBase::MESSAGE_DOMAIN_UNKNOWN`.
 /// \par Threads
 ///     Any thread.
 inline std::error_code ToErrorCode(WBase::Message const& message) noexcept {
     for (unsigned short const domain : {WBase::MESSAGE_DOMAIN_ERRNO, WBase::MESSAGE_DOMAIN_UNKNOWN}) {
-        int const id = message.FindID(domain).value_or(0);
-        if (id > 0) {
-            return {id, std::generic_category()};
+        unsigned int index = 0;
+        for (std::optional<int> id = message.FindID(domain); id; id = message.FindID(domain, ++index)) {
+            if (*id > 0) {
+                return {*id, std::generic_category()};
+            }
         }
     }
     return {};

@@ -708,6 +708,7 @@ TEST_F(ToErrorCodeTest, TheErrorIsFoundHoweverDeepItIs) {
     WBase::Message const error(WBase::MESSAGE_DOMAIN_ERRNO, EIO, nullptr);
     auto const wrapped = Wrapped(error, WBase::MESSAGE_DOMAIN_SERVER, FILESYSTEM_MESSAGE_ID);
     EXPECT_EQ(ToErrorCode(Wrapped(wrapped, WBase::MESSAGE_DOMAIN_UNKNOWN, -1)), std::errc::io_error);
+    EXPECT_EQ(ToErrorCode(Wrapped(report, WBase::MESSAGE_DOMAIN_UNKNOWN, -1)), std::errc::permission_denied);
 }
 
 TEST_F(ToErrorCodeTest, AnErrorInTheSystemsOwnSpaceComesFirst) {

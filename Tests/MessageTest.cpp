@@ -334,6 +334,15 @@ TEST(MessageTest, TheIDOfTheOutermostMessageOfADomainIsFound) {
     EXPECT_EQ(message.FindID(MESSAGE_DOMAIN_UNKNOWN), std::nullopt);
 }
 
+TEST(MessageTest, InnerMessagesOfADomainAreFoundByTheirNumber) {
+    Message message(MESSAGE_DOMAIN_ERRNO, EIO, nullptr);
+    message.WrapBy(MESSAGE_DOMAIN_SERVER, 3, "a").WrapBy(MESSAGE_DOMAIN_ERRNO, ENOENT, nullptr);
+    EXPECT_EQ(message.FindID(MESSAGE_DOMAIN_ERRNO, 1), EIO);
+    EXPECT_EQ(message.FindID(MESSAGE_DOMAIN_ERRNO, 2), std::nullopt);
+    EXPECT_EQ(message.FindID(MESSAGE_DOMAIN_SERVER, 1), std::nullopt);
+    EXPECT_EQ(Message().FindID(MESSAGE_DOMAIN_UNKNOWN, 1), std::nullopt);
+}
+
 TEST(MessageTest, AnEmptyMessageHasAnIDInTheUnknownDomainOnly) {
     EXPECT_EQ(Message().FindID(MESSAGE_DOMAIN_UNKNOWN), 0);
     EXPECT_EQ(Message().FindID(MESSAGE_DOMAIN_ERRNO), std::nullopt);
