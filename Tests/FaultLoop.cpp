@@ -61,13 +61,7 @@ World::World() : formerMask_(::umask(USUAL_MASK)) {
     tries = 0;
     std::signal(SIGPIPE, SIG_DFL);
     result.reserve(4096);
-    TestSupport::MakeDirectory(scratch / "dir");
-    TestSupport::MakeDirectory(scratch / "dir/sub");
-    TestSupport::MakeDirectory(scratch / "empty");
-    for (auto const& [name, content] : {std::pair("data", DATA), std::pair("dir/a", "a")}) {
-        TestSupport::WriteFile(scratch / name, content);
-        ::chmod((scratch / name).c_str(), USUAL_MODE);
-    }
+    MakeFile("data", DATA);
 }
 
 World::~World() {
@@ -84,6 +78,18 @@ World::~World() {
     }
     std::signal(SIGPIPE, SIG_DFL);
     ::umask(formerMask_);
+}
+
+void World::MakeFile(std::string const& name, std::string_view content) {
+    TestSupport::WriteFile(scratch / name, content);
+    ::chmod((scratch / name).c_str(), USUAL_MODE);
+}
+
+void World::MakeDirectories() {
+    TestSupport::MakeDirectory(scratch / "dir");
+    TestSupport::MakeDirectory(scratch / "dir/sub");
+    TestSupport::MakeDirectory(scratch / "empty");
+    MakeFile("dir/a", "a");
 }
 
 wchar_t const* World::Wide(std::string_view name) {

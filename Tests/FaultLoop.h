@@ -4,8 +4,9 @@
 /// \file
 /// \brief Runs an operation again and again, each time with another of its system calls or allocations failing.
 ///
-/// A row tells what to run and how it answers each failing call. Every run takes place in a world of its own; after it nothing
-/// may be left behind: no descriptor, lock, memory, locker, mask, signal disposition or file that the row does not tell of.
+/// A row tells what to run and how it answers each failing call. Every run takes place in a world of its own; after it
+/// nothing may be left behind: no descriptor, lock, memory, locker, mask, signal disposition or file that the row does
+/// not tell of.
 
 #include <DataType/Binary.h>
 #include <FileSystem/Initializer.h>
@@ -31,11 +32,11 @@
 
 namespace FaultLoop {
 
-/// Entries of the scratch directory with their content, and "umask", "SIGPIPE", "cwd" and "module" where they are not as usual.
+/// Entries of the scratch directory with their content, and "umask", "SIGPIPE", "cwd" and "module" where they are not
+/// as usual.
 using State = std::map<std::string, std::string>;
 
-/// Where an operation runs: a module, and as working directory a scratch directory with the files "data" and "dir/a" and the
-/// empty directories "dir/sub" and "empty". One at a time.
+/// Where an operation runs: a module, and as working directory a scratch directory with the file "data". One at a time.
 class World {
 public:
     static constexpr char DATA[] = "first\nsecond";
@@ -45,6 +46,9 @@ public:
 
     World(World const&) = delete;
     World& operator=(World const&) = delete;
+
+    /// Adds the file "dir/a" and the empty directories "dir/sub" and "empty".
+    void MakeDirectories();
 
     /// The wide absolute path of an entry, valid as long as the world.
     wchar_t const* Wide(std::string_view name);
@@ -59,7 +63,8 @@ public:
 
     State GetState() const;
 
-    /// The text with the scratch directory's path as "{}", and "{fd}" and "*" for numbers and names that the system chooses.
+    /// The text with the scratch directory's path as "{}", and "{fd}" and "*" for numbers and names that the system
+    /// chooses.
     std::string Normal(std::string text) const;
 
     /// For servers: stops them after some tries, so that no run is endless.
@@ -79,6 +84,8 @@ public:
     std::optional<TestSupport::Environment> temporary;
 
 private:
+    void MakeFile(std::string const& name, std::string_view content);
+
     std::list<std::wstring> widePaths_;
     mode_t formerMask_;
     TestSupport::WorkingDirectory const directory_{scratch.Path()};
@@ -103,8 +110,8 @@ enum class Effect {
 
 /// How an operation answers a call that fails.
 struct Reaction {
-    /// How the call begins, with its arguments: "fcntl(F_SETLK". "{}" stands for the scratch directory. With "#2" at the end
-    /// only the second call of that beginning.
+    /// How the call begins, with its arguments: "fcntl(F_SETLK". "{}" stands for the scratch directory. With "#2" at
+    /// the end only the second call of that beginning.
     std::string call;
     Effect effect;
     std::string
@@ -165,8 +172,9 @@ inline Row WithHalfWay(Row row, std::vector<std::vector<std::string>> halfWay) {
     return row;
 }
 
-/// What is done with each row: each call that the operation makes is made to fail, with each error it can give, once and for
-/// ever; then each of its allocations. Made with INSTANTIATE_TEST_SUITE_P(Group, FaultLoopTest, ValuesIn(rows), NameOf).
+/// What is done with each row: each call that the operation makes is made to fail, with each error it can give, once
+/// and for ever; then each of its allocations. Made with INSTANTIATE_TEST_SUITE_P(Group, FaultLoopTest, ValuesIn(rows),
+/// NameOf).
 class FaultLoopTest : public ::testing::TestWithParam<Row> {};
 
 inline std::string NameOf(::testing::TestParamInfo<Row> const& row) {

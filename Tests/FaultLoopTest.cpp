@@ -54,6 +54,7 @@ void OpenDataAndCopyStreams(World& world) {
 }
 
 void AgeData(World& world) {
+    world.MakeDirectories();
     utimbuf const times = {1000, 1000};
     ::chmod((world.scratch / "data").c_str(), 0600);
     ::utime((world.scratch / "data").c_str(), &times);
@@ -76,6 +77,11 @@ Row OnStream(std::string name, Operation operation, Reactions reactions) {
 /// An operation on paths.
 Row OnPaths(std::string name, Operation operation, Reactions reactions) {
     return {std::move(name), nullptr, std::move(operation), std::move(reactions)};
+}
+
+/// An operation on paths, with directories.
+Row OnDirectories(std::string name, Operation operation, Reactions reactions) {
+    return {std::move(name), &World::MakeDirectories, std::move(operation), std::move(reactions)};
 }
 
 void CloseUnobserved(int fd) {
@@ -321,30 +327,31 @@ std::vector<Row> DirectoryRows() {
         return Reaction{std::move(call), Effect::PLAIN, std::move(text)}.For({code});
     };
     return {
-        OnPaths(
+        OnDirectories(
             "IsDirectory", [](World& world) { world.Say(Path::IsDirectory(world.Wide("dir"))); },
             {Returns("stat(", "[0]")}),
-        OnPaths("IsFile", [](World& world) { world.Say(Path::IsFile(world.Wide("data"))); }, {Returns("stat(", "[0]")}),
-        OnPaths(
+        OnDirectories(
+            "IsFile", [](World& world) { world.Say(Path::IsFile(world.Wide("data"))); }, {Returns("stat(", "[0]")}),
+        OnDirectories(
             "IsReadable", [](World& world) { world.Say(Path::IsReadable(world.Wide("data"))); },
             {Returns("access(", "[0]")}),
-        OnPaths(
+        OnDirectories(
             "IsWriteable", [](World& world) { world.Say(Path::IsWriteable(world.Wide("data"))); },
             {Returns("access(", "[0]")}),
-        OnPaths(
+        OnDirectories(
             "ToAbsolute", [](World& world) { world.Say(Path::ToAbsolute(L"data")); },
             {Reports("getcwd(", NO_DIRECTORY)}),
-        OnPaths("Combine", [](World& world) { world.Say(Path::Combine(L"a/b", L"../c")); }, {}),
-        OnPaths(
+        OnDirectories("Combine", [](World& world) { world.Say(Path::Combine(L"a/b", L"../c")); }, {}),
+        OnDirectories(
             "GetFileNamesWithPattern",
             [](World& world) { world.Say(Path::GetFileNamesWithPattern(world.Wide("*"))->GetAt(1)); },
             {plain("glob(", "Unable to find file (GLOB_NOSPACE).", GLOB_NOSPACE),
              plain("glob(", "Unable to find file (GLOB_ABORTED).", GLOB_ABORTED)}),
-        OnPaths(
+        OnDirectories(
             "CreateDirectory", [](World& world) { Directory::Create(world.Wide("new"), false); },
             {Wraps("mkdir(", "Failed to create directory '{}/new'.")}),
         WithHalfWay(
-            OnPaths(
+            OnDirectories(
                 "CreateDirectoryWithParents", [](World& world) { Directory::Create(world.Wide("new/b/c"), true); },
                 {Passes("stat(\"{}/new"), // is missing anyway
                  Wraps("stat(", "Failed to create directory '{}'.").As(EEXIST).OnceOnly(),
@@ -352,14 +359,14 @@ std::vector<Row> DirectoryRows() {
                  Wraps("mkdir(\"{}/new/b\"", "Failed to create directory '{}/new/b'.").After({"new=/"}),
                  Wraps("mkdir(", "Failed to create directory '{}/new/b/c'.").After({"new=/", "new/b=/"})}),
             {{"new=/"}, {"new=/", "new/b=/"}}),
-        OnPaths(
+        OnDirectories(
             "DeleteEmptyDirectory",
             [](World& world) {
                 SayWithReport(world, [&](auto* report) { return Directory::DeleteEmpty(world.Wide("empty"), report); });
             },
             {Returns("rmdir(", "[0][Failed to delete directory '{}/empty'.\n{e}]")}),
         WithHalfWay(
-            OnPaths(
+            OnDirectories(
                 "DeleteRecursively",
                 [](World& world) {
                     SayWithReport(
@@ -386,10 +393,10 @@ std::vector<Row> DirectoryRows() {
                      .After({"-dir/a"}),
                  Returns("rmdir(", "[0][Failed to delete directory '{}/dir'.\n{e}]").After({"-dir/a", "-dir/sub"})}),
             {{"-dir/a"}, {"-dir/a", "-dir/sub"}}),
-        OnPaths(
+        OnDirectories(
             "GetCurrentWorkingDirectory", [](World& world) { world.Say(WFileSystem::GetCurrentWorkingDirectory()); },
             {Reports("getcwd(", NO_DIRECTORY)}),
-        OnPaths(
+        OnDirectories(
             "SetCurrentWorkingDirectory",
             [](World& world) { WFileSystem::SetCurrentWorkingDirectory(world.Wide("empty")); },
             {Reports("chdir(", "WFileSystem::SetCurrentWorkingDirectory: ::chdir failed for '{}/empty'.")}),
