@@ -125,8 +125,9 @@ Record MakeRecord(long long size, unsigned int writer, unsigned int sequence) {
 std::vector<Record> ReadRecords(std::string const& bytes, long long position) {
     EXPECT_EQ(bytes.size() % sizeof(Record), 0U) << "A record is torn.";
     std::vector<Record> records(bytes.size() / sizeof(Record));
-    for (Record& record : records) {
-        std::memcpy(&record, bytes.data() + (&record - records.data()) * sizeof record, sizeof record);
+    for (std::size_t index = 0; index < records.size(); ++index) {
+        Record& record = records[index];
+        std::memcpy(&record, bytes.data() + index * sizeof record, sizeof record);
         Record const expected = MakeRecord(position, record.writer, record.sequence);
         EXPECT_EQ(std::memcmp(&record, &expected, sizeof record), 0)
             << "The record at " << position << " is not whole.";
