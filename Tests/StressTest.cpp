@@ -324,8 +324,8 @@ TEST_F(StressTest, KilledProcessesLeaveNoLockAndNoTornRecord) {
 }
 
 TEST_F(StressTest, StartUpAndShutDownRaceWithoutLoss) {
-    constexpr unsigned int ENTRIES = 4000;
-    constexpr unsigned int ENTRIES_A_RECORD = 20;
+    constexpr unsigned int ENTRIES = 50000;
+    constexpr unsigned int ENTRIES_A_RECORD = 250;
     std::atomic<unsigned int> shutDowns{0};
     TestSupport::DescriptorCheck const check;
     InThreads(0, THREADS, [&](unsigned int writer) {
