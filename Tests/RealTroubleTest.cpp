@@ -93,6 +93,12 @@ public:
 
 private:
     static rlim_t FindLimit(unsigned int count) {
+#ifdef __SANITIZE_ADDRESS__
+        // UndefinedBehaviorSanitizer, which comes with it, makes a pipe to look at an object, and else takes it for a
+        // wrong one.
+        errno = EMFILE;
+        throw Refusal("UndefinedBehaviorSanitizer needs descriptors of its own");
+#endif
         std::vector<int> descriptors(count + 1);
         for (int& fd : descriptors) {
             fd = ::fcntl(STDERR_FILENO, F_DUPFD, 0);
