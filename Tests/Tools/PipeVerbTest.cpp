@@ -8,6 +8,8 @@
 #include <csignal>
 #include <memory>
 #include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 namespace {
 
@@ -219,6 +221,23 @@ TEST_F(PipeVerbTest, CallWithoutTimeGivesUpAtOnce) {
     Write("b.Lock", "");
     ASSERT_EQ(::mkfifo((scratch_ / "b.ServerReader").c_str(), 0600), 0);
     EXPECT_EQ(Run({"pipe", "call", "b", "--wait", "0"}).status, NO_ANSWER);
+    EXPECT_EQ(Run({"pipe", "call", "b", "--timeout", "0"}).status, NO_ANSWER);
+}
+
+TEST_F(PipeVerbTest, TheTimeoutIsInSeconds) {
+    Write("b.Lock", "");
+    ASSERT_EQ(::mkfifo((scratch_ / "b.ServerReader").c_str(), 0600), 0);
+    ProgramResult const result =
+        RunObserved({"pipe", "call", "b", "--timeout", "7"}, [](Recorder& recorder, Child::Parent&) {
+            recorder.On("open").Nth(2).Instead([](TestSupport::Call const&) {
+                itimerval timer = {};
+                ::getitimer(ITIMER_REAL, &timer);
+                bool const isOfSeconds = timer.it_value.tv_sec >= 1 && timer.it_value.tv_sec <= 7;
+                ::_exit(isOfSeconds ? NO_ANSWER : FAILURE); // without waiting for its end
+                return -1L;
+            });
+        });
+    EXPECT_EQ(result.status, NO_ANSWER);
 }
 
 TEST_F(PipeVerbTest, CallThatIsAnsweredInTimeSucceeds) {

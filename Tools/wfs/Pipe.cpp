@@ -568,7 +568,18 @@ Work DefineServe(CLI::App& verb) {
 Work DefineCall(CLI::App& verb) {
     auto const options = std::make_shared<CallOptions>();
     AddPath(verb, "BASE", options->base, "The path that the server was given");
-    AddMilliseconds(verb, "Wait for so many milliseconds, then fail with status 75", options->milliseconds);
+    CLI::Option& wait =
+        AddMilliseconds(verb, "Wait for so many milliseconds, then fail with status 75", options->milliseconds);
+    constexpr unsigned long MILLISECONDS_A_SECOND = 1000;
+    verb.add_option_function<std::string>(
+            "--timeout",
+            [&milliseconds = options->milliseconds](std::string const& text) {
+                milliseconds = std::stoul(text) * MILLISECONDS_A_SECOND;
+            },
+            "As --wait, in seconds")
+        ->option_text("SECONDS")
+        ->check(CheckNumber)
+        ->excludes(&wait);
     return [options] { return Call(*options); };
 }
 
