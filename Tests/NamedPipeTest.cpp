@@ -142,6 +142,16 @@ protected:
         EXPECT_EQ(server.Listen(), 0);
     }
 
+    // A process that makes a server, says "made", and listens until it is killed.
+    Child ListenElsewhere() const {
+        return Child([this](Child::Parent& parent) {
+            auto const pipe = MakeServer();
+            parent.Say("made");
+            pipe->Listen();
+            parent.WaitFor("the end");
+        });
+    }
+
     ScratchDirectory scratch_;
     std::wstring base_ = scratch_.Wide("p");
     std::string readerPath_ = scratch_ / "p.ServerReader";
@@ -487,12 +497,7 @@ TEST_F(NamedPipeTest, AClientWhoseServerDiesReadsForEverAndFailsToWrite) {
         EXPECT_EQ(NamedPipeErrorOf([&] { ReadMessage(*pipe, 1); }), "Named pipe read error");
         EXPECT_EQ(recorder.Count("read"), 1000U);
     });
-    Child server([&](Child::Parent& parent) {
-        auto const pipe = MakeServer();
-        parent.Say("made");
-        pipe->Listen();
-        parent.WaitFor("the end");
-    });
+    Child server = ListenElsewhere();
     ASSERT_TRUE(server.WaitFor("made"));
     client.Say("connect");
     ASSERT_TRUE(client.WaitFor("connected"));
@@ -511,12 +516,7 @@ TEST_F(NamedPipeTest, ARequestToAServerThatIsKilledWhileItComesFails) {
         EXPECT_EQ(NamedPipeErrorOf([&] { WriteMessage(*pipe, request); }), WriteError(EPIPE));
         EXPECT_EQ(recorder.Names(), "sigaction write write sigaction");
     });
-    Child server([&](Child::Parent& parent) {
-        auto const pipe = MakeServer();
-        parent.Say("made");
-        pipe->Listen();
-        parent.WaitFor("the end");
-    });
+    Child server = ListenElsewhere();
     ASSERT_TRUE(server.WaitFor("made"));
     client.Say("connect");
     ASSERT_TRUE(client.WaitFor("writing"));

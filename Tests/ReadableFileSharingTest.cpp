@@ -214,6 +214,15 @@ int LockExclusively(std::string const& path) {
     return fd;
 }
 
+/// A process that locks the file exclusively, says "locked", and keeps the lock until it is told "end".
+Child LockElsewhere(std::string const& path) {
+    return Child([&path](Child::Parent& parent) {
+        LockExclusively(path);
+        parent.Say("locked");
+        parent.WaitFor("end");
+    });
+}
+
 TEST_F(ReadableFileSharingTest, ReadersOfTwoProcessesShareTheLock) {
     Child child([this](Child::Parent& parent) {
         auto const file = Open();
@@ -230,11 +239,7 @@ TEST_F(ReadableFileSharingTest, ReadersOfTwoProcessesShareTheLock) {
 }
 
 TEST_F(ReadableFileSharingTest, AWriterInAnotherProcessKeepsReadersOut) {
-    Child child([this](Child::Parent& parent) {
-        LockExclusively(path_);
-        parent.Say("locked");
-        parent.WaitFor("end");
-    });
+    Child child = LockElsewhere(path_);
     ASSERT_TRUE(child.WaitFor("locked"));
     auto const file = Open();
     EXPECT_FALSE(file->ReadLock(true));
@@ -247,11 +252,7 @@ TEST_F(ReadableFileSharingTest, AWriterInAnotherProcessKeepsReadersOut) {
 
 TEST_F(ReadableFileSharingTest, ATryThatIsRefusedAllocatesNothing) {
     SKIP_UNLESS_ALLOCATIONS_ARE_OBSERVED();
-    Child child([this](Child::Parent& parent) {
-        LockExclusively(path_);
-        parent.Say("locked");
-        parent.WaitFor("end");
-    });
+    Child child = LockElsewhere(path_);
     ASSERT_TRUE(child.WaitFor("locked"));
     auto const file = Open();
     TestSupport::Allocations allocations;
@@ -393,11 +394,7 @@ TEST_F(ReadableFileSharingTest, AGuardThatWaitsSeesAnUnlockAtTheEndOfItsSlice) {
 }
 
 TEST_F(ReadableFileSharingTest, AGuardGivesUpWhenTheOtherProcessKeepsItsLock) {
-    Child child([this](Child::Parent& parent) {
-        LockExclusively(path_);
-        parent.Say("locked");
-        parent.WaitFor("end");
-    });
+    Child child = LockElsewhere(path_);
     ASSERT_TRUE(child.WaitFor("locked"));
     auto const file = Open();
     Recorder recorder;

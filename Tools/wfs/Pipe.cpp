@@ -25,6 +25,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <spawn.h>
@@ -574,7 +575,8 @@ Work DefineCall(CLI::App& verb) {
     verb.add_option_function<std::string>(
             "--timeout",
             [&milliseconds = options->milliseconds](std::string const& text) {
-                milliseconds = std::stoul(text) * MILLISECONDS_A_SECOND;
+                constexpr unsigned long MOST = std::numeric_limits<unsigned long>::max() / MILLISECONDS_A_SECOND;
+                milliseconds = std::min(std::stoul(text), MOST) * MILLISECONDS_A_SECOND;
             },
             "As --wait, in seconds")
         ->option_text("SECONDS")
