@@ -9,6 +9,7 @@
 #include <Tools/wfs/Paths.h>
 #include <Tools/wfs/Progress.h>
 #include <Tools/wfs/Results.h>
+#include <Tools/wfs/Stream.h>
 #include <Tools/wfs/Verb.h>
 
 #include <cstdio>
@@ -28,12 +29,6 @@ struct CopyOptions {
     std::string to;
     bool withAttributes = false;
 };
-
-struct StreamCloser {
-    void operator()(FILE* stream) const noexcept { std::fclose(stream); }
-};
-
-using StreamPtr = std::unique_ptr<FILE, StreamCloser>;
 
 /// The library's copy of a file step by step, with two differences: the progress shows, and a target that can't be
 /// closed is a failure.

@@ -40,7 +40,7 @@ void AddPlatform(CLI::App& verb, PathOptions& options) {
         ->check(CLI::IsMember(platforms));
 }
 
-void AddPath(Results& results, WBase::ReturnWString const& path) {
+void AddResult(Results& results, WBase::ReturnWString const& path) {
     results.Add(WBase::WideCharToUTF8(path.c_str(), false).c_str());
 }
 
@@ -57,7 +57,7 @@ ExitStatus CombineAll(PathOptions& options) {
         isFirst = false;
     });
     if (status == SUCCESS) {
-        AddPath(options.results, result);
+        AddResult(options.results, result);
     }
     options.results.Finish();
     return status;
@@ -88,7 +88,7 @@ Work DefineOperation(CLI::App& verb) {
     auto const options = AddOptions(verb, "texts");
     return [options] {
         ExitStatus const status =
-            ForEachPath(options->paths, [&](wchar_t const* path) { AddPath(options->results, operation(path)); });
+            ForEachPath(options->paths, [&](wchar_t const* path) { AddResult(options->results, operation(path)); });
         options->results.Finish();
         return status;
     };

@@ -16,6 +16,7 @@
 #include <Tools/wfs/Command.h>
 #include <Tools/wfs/Output.h>
 #include <Tools/wfs/Paths.h>
+#include <Tools/wfs/Stream.h>
 #include <Tools/wfs/Verb.h>
 #include <Tools/wfs/Waiting.h>
 
@@ -175,12 +176,6 @@ struct Result {
     unsigned int status = 0;
     std::string output;
 };
-
-struct StreamCloser {
-    void operator()(FILE* stream) const noexcept { std::fclose(stream); }
-};
-
-using StreamPtr = std::unique_ptr<FILE, StreamCloser>;
 
 StreamPtr MakeTemporaryStream() {
     StreamPtr stream(std::tmpfile());
