@@ -26,11 +26,11 @@ packages_for() {
                 python3-matplotlib qtbase5-dev valgrind
             ;;
         manual) echo doxygen mawk ;;
-        check) echo binutils clang clang-format clang-tidy diffutils git pkg-config shellcheck ;;
+        check) echo binutils clang-format clang-tidy diffutils git pkg-config shellcheck ;;
+        clang) echo clang libclang-rt-dev ;;
         interface) echo abigail-tools binutils ;;
         package) echo binutils dpkg-dev file git gzip lintian ;;
         clean-root) echo debootstrap gzip util-linux ;;
-        fuzz) echo clang libclang-rt-dev ;;
         coverage) echo gcovr ;;
         *) fail "no packages are known for '$1'" ;;
     esac

@@ -14,6 +14,7 @@
 #include <Tests/Support/Descriptors.h>
 #include <Tests/Support/Messages.h>
 #include <Tests/Support/RecordLocks.h>
+#include <Tests/Support/Sanitizers.h>
 #include <Tests/Support/ScratchDirectory.h>
 
 #include <gmock/gmock.h>
@@ -93,7 +94,7 @@ public:
 
 private:
     static rlim_t FindLimit(unsigned int count) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef TESTSUPPORT_ADDRESS_SANITIZER
         // UndefinedBehaviorSanitizer, which comes with it, makes a pipe to look at an object, and else takes it for a
         // wrong one.
         errno = EMFILE;

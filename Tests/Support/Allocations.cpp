@@ -1,6 +1,7 @@
 #include <Tests/Support/Allocations.h>
 #include <Tests/Support/Interposition.h>
 #include <Tests/Support/Next.h>
+#include <Tests/Support/Sanitizers.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -9,10 +10,9 @@
 #include <limits>
 #include <new>
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
+// Clang links the sanitizer, with these operators, into the program.
+#if defined(TESTSUPPORT_THREAD_SANITIZER) && defined(__clang__)
 #define WFILESYSTEM_TESTS_OPERATOR_NEW_IS_TAKEN
-#endif
 #endif
 
 namespace TestSupport {
