@@ -263,6 +263,20 @@ void AddBlocksOfLines(std::string const& name, Name const& text) {
     });
 }
 
+/// Reads the lines of a standard stream, from its beginning, each time it is called.
+template <class InputStream>
+auto ReadLinesOf(std::string const& path) {
+    return [file = std::make_shared<InputStream>(path), line = std::string()]() mutable {
+        file->clear();
+        file->seekg(0);
+        unsigned long lines = 0;
+        while (std::getline(*file, line)) {
+            ++lines;
+        }
+        Require(lines == LINES);
+    };
+}
+
 void AddLinesOfStreams(Name const& text) {
     AddBlocksOfLines("lines_of_stream/raw", text);
     AddPrepared("lines_of_stream/same", [text] {
@@ -293,29 +307,9 @@ void AddLinesOfStreams(Name const& text) {
             Require(lines == LINES);
         };
     });
-    AddPrepared("lines_of_stream/std", [text] {
-        return [file = std::make_shared<std::ifstream>(text.narrow), line = std::string()]() mutable {
-            file->clear();
-            file->seekg(0);
-            unsigned long lines = 0;
-            while (std::getline(*file, line)) {
-                ++lines;
-            }
-            Require(lines == LINES);
-        };
-    });
+    AddPrepared("lines_of_stream/std", [text] { return ReadLinesOf<std::ifstream>(text.narrow); });
 #if WITH_POCO
-    AddPrepared("lines_of_stream/poco", [text] {
-        return [file = std::make_shared<Poco::FileInputStream>(text.narrow), line = std::string()]() mutable {
-            file->clear();
-            file->seekg(0);
-            unsigned long lines = 0;
-            while (std::getline(*file, line)) {
-                ++lines;
-            }
-            Require(lines == LINES);
-        };
-    });
+    AddPrepared("lines_of_stream/poco", [text] { return ReadLinesOf<Poco::FileInputStream>(text.narrow); });
 #endif
 #if WITH_GLIB
     Add("lines_of_stream/glib", [text] {
