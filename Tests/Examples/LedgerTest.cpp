@@ -21,8 +21,7 @@ TEST(LedgerTest, TheSumOfSeveralProcessesAndThreadsIsExact) {
 
 TEST(LedgerTest, ALedgerThatHeldSomethingBeforeIsNoSuccess) {
     TestSupport::ScratchDirectory const scratch;
-    std::string const oneRecord("\1\0\0\0" "12345678", 12);
-    TestSupport::WriteFile(scratch / "ledger", oneRecord);
+    TestSupport::WriteFile(scratch / "ledger", std::string("\1\0\0\0", 4) + "12345678"); // a record, and how many
     EXPECT_EQ(TestSupport::RunProgram({LEDGER_PROGRAM, scratch / "ledger", "1", "1", "1"}).status, 1);
 }
 
