@@ -2,6 +2,10 @@
 // sum is exact: threads are kept apart by the in-process lock that every file object holds, processes by the record
 // locks.
 //
+// The file begins with the number of its records. A record counts when that number counts it, so a process that is
+// killed leaves no half record behind; and nobody has to ask for the size of the file, which a distributed file system
+// may tell too late.
+//
 //     Ledger PATH [PROCESSES [THREADS [RECORDS]]]
 
 #include <FileSystem/WFileSystem.h>
@@ -24,22 +28,41 @@ namespace {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-constexpr long long RECORD_SIZE = 8;
+constexpr unsigned int HEAD_SIZE = 4;
+constexpr unsigned int RECORD_SIZE = 8;
 
 struct Totals {
     unsigned long count = 0;
     unsigned long sum = 0;
 };
 
+/// The number of records in a file that is locked; none in one that was just created.
+unsigned int ReadCount(WFileSystem::ReadableFile& file) {
+    auto const head = WDataType::CreateBinary(HEAD_SIZE, nullptr);
+    file.Read(*head, 0);
+    unsigned int count = 0;
+    if (!head->IsEmpty()) {
+        file.SetPosition(0);
+        file.ReadLittleEndian(count);
+    }
+    return count;
+}
+
+long long PositionOf(unsigned long record) {
+    return static_cast<long long>(HEAD_SIZE + record * RECORD_SIZE);
+}
+
 /// Appends a record, an account and an amount, and adds the time that the locks took to `waited`.
 void Append(wchar_t const* path, unsigned int account, unsigned int amount, std::chrono::nanoseconds& waited) {
-    // A record that is not committed stays cut in half; the exclusive lock lets nobody see it before it is whole.
     auto const file = WFileSystem::OpenUpdateableFile(path, WFileSystem::KEEP_FILE);
     {
         WFileSystem::WriteableFile::WriteSmartLock const lock(*file);
-        file->SetPositionToEnd();
+        unsigned int const count = ReadCount(*file);
+        file->SetPosition(PositionOf(count));
         file->WriteLittleEndian(account);
         file->WriteLittleEndian(amount);
+        file->SetPosition(0);
+        file->WriteLittleEndian(count + 1);
     }
     file->CommitAndClose();
     waited += file->GetWriteLockTimer().GetTotal();
@@ -49,8 +72,9 @@ void Append(wchar_t const* path, unsigned int account, unsigned int amount, std:
 void Follow(wchar_t const* path, Totals& totals) {
     auto const file = WFileSystem::OpenReadableFile(path);
     WFileSystem::ReadableFile::ReadSmartLock const lock(*file);
-    file->SetPosition(static_cast<long long>(totals.count) * RECORD_SIZE);
-    while (file->GetPosition() < file->GetSize()) {
+    unsigned int const count = ReadCount(*file);
+    file->SetPosition(PositionOf(totals.count));
+    while (totals.count < count) {
         unsigned int account = 0;
         unsigned int amount = 0;
         file->ReadLittleEndian(account);

@@ -31,6 +31,7 @@ packages_for() {
         interface) echo abigail-tools binutils ;;
         package) echo binutils dpkg-dev file git gzip lintian ;;
         clean-root) echo debootstrap gzip util-linux ;;
+        distributed) echo attr glusterfs-client glusterfs-server iproute2 util-linux ;;
         coverage) echo gcovr ;;
         *) fail "no packages are known for '$1'" ;;
     esac
