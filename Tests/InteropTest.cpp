@@ -246,12 +246,12 @@ TEST_F(ReadableFileBufferTest, ACharacterCanBePutBackAlsoAtTheEnd) {
 
 TEST_F(ReadableFileBufferTest, ACharacterCanNotBePutBackAcrossARefill) {
     auto const file = OpenToRead("abc");
-    ReadableFileStream stream(*file, 2);
-    EXPECT_EQ(stream.get(), 'a');
-    EXPECT_EQ(stream.get(), 'b');
-    EXPECT_EQ(stream.get(), 'c');
-    EXPECT_TRUE(stream.unget());
-    EXPECT_FALSE(stream.unget());
+    ReadableFileBuffer buffer(*file, 2);
+    EXPECT_EQ(buffer.sbumpc(), 'a');
+    EXPECT_EQ(buffer.sbumpc(), 'b');
+    EXPECT_EQ(buffer.sbumpc(), 'c');
+    EXPECT_EQ(buffer.sungetc(), 'c');
+    EXPECT_EQ(buffer.sungetc(), std::char_traits<char>::eof());
 }
 
 TEST_F(ReadableFileBufferTest, SyncSetsTheFilesPositionToWhatComesNext) {

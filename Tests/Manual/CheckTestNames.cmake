@@ -16,7 +16,8 @@ endif()
 
 set(missing "")
 foreach(name IN LISTS names)
-    string(REGEX REPLACE "`(.*)\\.(.*)`" "[ /]\\1(/[^.\n]*)?\\\\.\\2(/[^\n]*)?\n" pattern "${name}")
+    # A typed test has "<1>" behind its name, one with a parameter its group before and "/1" behind it.
+    string(REGEX REPLACE "`(.*)\\.(.*)`" "[ /]\\1\\\\.\\2(<[^\n]*>|/[^\n]*)?\n" pattern "${name}")
     if(NOT "${tests}" MATCHES "${pattern}")
         list(APPEND missing "${name}")
     endif()
