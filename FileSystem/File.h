@@ -97,12 +97,16 @@ public:
     ///     fails as well, the copying goes on, for ever if `read` goes on failing. A directory as the source is such a
     ///     case.
     /// \warning The buffer must not be empty: nothing is copied then, and no failure is reported.
+    /// \warning Where both are open on the same file, and `to` writes ahead of where `from` reads, at the end for
+    ///     example (OPEN_WRITE_APPEND), the copying reads what it has written and never ends of itself: the file grows
+    ///     until a write fails.
     static int Copy(int from, int to, WDataType::Binary& buffer);
 
     /// Copies from the position of `from` to its end, then flushes the stream `to`, though not to the device.
     /// \return 0
     /// \throws what Read, Write and Flush throw
     /// \warning The buffer must not be empty: the copying would never end.
+    /// \warning Within one file as Copy of descriptors, once more is left to read than the buffers hold.
     static int Copy(FILE* from, FILE* to, WDataType::Binary& buffer);
 
     /// Reads up to `n` bytes, and never more than the buffer's full size, which also stands for `n` = 0. The buffer's

@@ -31,6 +31,8 @@ enum IF_COMMIT_AND_CLOSE_WAS_NOT_CALLED : int {
 /// A failure of an operation is a `WBase::Message` as FileImpl throws it; the object stays as it was.
 ///
 /// \warning A second opening of the same file by the same thread waits for ever.
+/// \warning A child made by `fork` has a copy of the object, on the same descriptor and position. Its destruction there
+///     applies the policy to the same file: let the child run another program, or end by `_exit`.
 /// \par Threads
 ///     One thread at a time uses one object. Objects of different files are independent.
 class WFILESYSTEM_EXPORT GenericFile {

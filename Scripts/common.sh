@@ -20,7 +20,7 @@ trap 'fail "line $LINENO failed: $BASH_COMMAND"' ERR
 packages_for() {
     case $1 in
         build) echo cmake g++ libcli11-dev ninja-build nlohmann-json3-dev ;;
-        test) echo groff-base libgmock-dev libgtest-dev mandoc ;;
+        test) echo btrfs-progs e2fsprogs fuse2fs groff-base libgmock-dev libgtest-dev mandoc ;;
         benchmark)
             echo libapr1-dev libbenchmark-dev libboost-dev libboost-filesystem-dev libglib2.0-dev libpoco-dev pkg-config \
                 python3-matplotlib qtbase5-dev valgrind

@@ -173,8 +173,8 @@ inline Row WithHalfWay(Row row, std::vector<std::vector<std::string>> halfWay) {
 }
 
 /// What is done with each row: each call that the operation makes is made to fail, with each error it can give, once
-/// and for ever; then each of its allocations. Made with INSTANTIATE_TEST_SUITE_P(Group, FaultLoopTest, ValuesIn(rows),
-/// NameOf).
+/// and for ever; then each of its allocations. The output tells in how many runs something failed. Made with
+/// INSTANTIATE_TEST_SUITE_P(Group, FaultLoopTest, ValuesIn(rows), NameOf).
 class FaultLoopTest : public ::testing::TestWithParam<Row> {};
 
 inline std::string NameOf(::testing::TestParamInfo<Row> const& row) {

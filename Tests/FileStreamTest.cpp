@@ -245,6 +245,38 @@ TEST_F(FileStreamTest, CopyOfDescriptorsThroughAnEmptyBufferCopiesNothing) {
     EXPECT_EQ(Read("to"), "");
 }
 
+TEST_F(FileStreamTest, CopyOfDescriptorsWithinAFileThatIsAppendedToNeverEnds) {
+    Make("file", "1234");
+    int const from = OpenDescriptor("file", O_RDONLY);
+    int const to = OpenDescriptor("file", O_WRONLY | O_APPEND);
+    Recorder recorder;
+    recorder.On("write").Nth(1000).Fail(ENOSPC);
+    EXPECT_REPORT(
+        File::Copy(from, to, *MakeBuffer(16)),
+        L"WFileSystem::File::Copy: ::write failed for file #" + std::to_wstring(to) + L".", ENOSPC);
+    EXPECT_EQ(File::GetSize(from), 4 * 1000);
+}
+
+TEST_F(FileStreamTest, CopyOfDescriptorsWithinAFileNeverEndsWhereItWritesAheadOfWhatItReads) {
+    Make("file", "1234");
+    int const to = OpenDescriptor("file", O_RDWR);
+    File::SetPosition(to, 1);
+    Recorder recorder;
+    recorder.On("write").Nth(1000).Fail(ENOSPC);
+    EXPECT_THROW(
+        File::Copy(OpenDescriptor("file", O_RDONLY), to, *MakeBuffer(16)), WBase::ExceptionImpl<WBase::Message>);
+    EXPECT_EQ(recorder.Count("write"), 1000U);
+    EXPECT_GE(File::GetSize(to), 1000) << "It grows by a byte a step at least.";
+}
+
+TEST_F(FileStreamTest, CopyOfDescriptorsWithinAFileEndsWhereItWritesBehindWhatItReads) {
+    Make("file", "1234567");
+    int const from = OpenDescriptor("file", O_RDONLY);
+    File::SetPosition(from, 2);
+    EXPECT_EQ(File::Copy(from, OpenDescriptor("file", O_WRONLY), *MakeBuffer(2)), 0);
+    EXPECT_EQ(Read("file"), "3456767");
+}
+
 TEST_F(FileStreamTest, CopyOfDescriptorsReportsASyncThatFails) {
     Make("from", "");
     int const from = OpenDescriptor("from", O_RDONLY);
@@ -312,6 +344,17 @@ TEST_F(FileStreamTest, CopyOfStreamsThroughAnEmptyBufferGoesOnForEver) {
     recorder.On("fread").Nth(1000).Fail(EIO);
     EXPECT_REPORT(File::Copy(from, to, *MakeBuffer(0)), L"WFileSystem::File::Read: ::fread failed.", EIO);
     EXPECT_EQ(recorder.Count("fread"), 1000);
+}
+
+TEST_F(FileStreamTest, CopyOfStreamsWithinALongFileThatIsAppendedToNeverEnds) {
+    constexpr unsigned long SIZE = 0x10000;
+    Make("file", MakeText(SIZE));
+    FILE* const from = OpenStream("file", "r");
+    FILE* const to = OpenStream("file", "a");
+    Recorder recorder;
+    recorder.On("fwrite").Nth(1000).Fail(ENOSPC);
+    EXPECT_REPORT(File::Copy(from, to, *MakeBuffer(4096)), L"WFileSystem::File::Write: Failed.", ENOSPC);
+    EXPECT_EQ(File::GetPosition(from), 1000 * 4096) << "far beyond what the file held";
 }
 
 // Reading a stream

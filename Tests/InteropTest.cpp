@@ -244,6 +244,16 @@ TEST_F(ReadableFileBufferTest, ACharacterCanBePutBackAlsoAtTheEnd) {
     EXPECT_EQ(stream.unget().get(), 'b');
 }
 
+TEST_F(ReadableFileBufferTest, ACharacterCanNotBePutBackAcrossARefill) {
+    auto const file = OpenToRead("abc");
+    ReadableFileBuffer buffer(*file, 2);
+    EXPECT_EQ(buffer.sbumpc(), 'a');
+    EXPECT_EQ(buffer.sbumpc(), 'b');
+    EXPECT_EQ(buffer.sbumpc(), 'c');
+    EXPECT_EQ(buffer.sungetc(), 'c');
+    EXPECT_EQ(buffer.sungetc(), std::char_traits<char>::eof());
+}
+
 TEST_F(ReadableFileBufferTest, SyncSetsTheFilesPositionToWhatComesNext) {
     auto const file = OpenToRead("head\n\x01\x02\x03\x04");
     ReadableFileStream stream(*file);
@@ -662,6 +672,17 @@ TEST(StringCollectionRangeTest, ARangeForGoesThroughTheStringsInOrder) {
 TEST(StringCollectionRangeTest, AnEmptyCollectionIsAnEmptyRange) {
     auto const collection = WDataType::CreateStringCollection();
     EXPECT_TRUE(begin(*collection) == end(*collection));
+}
+
+TEST(StringCollectionRangeTest, AStringThatIsAppendedMeanwhileIsNotSeenByTheLoop) {
+    auto const names = WDataType::CreateStringCollection();
+    names->Append(L"a");
+    int seen = 0;
+    for (wchar_t const* const name : *names) {
+        names->Append(name);
+        ++seen;
+    }
+    EXPECT_EQ(seen, 1);
 }
 
 TEST(StringCollectionRangeTest, TheIteratorsFillAContainer) {

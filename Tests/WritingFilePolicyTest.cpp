@@ -1,6 +1,7 @@
 // How a file that was open for writing ends: committed, or by its policy.
 
 #include <Tests/Support/Allocations.h>
+#include <Tests/Support/Child.h>
 #include <Tests/Support/Descriptors.h>
 #include <Tests/Support/Messages.h>
 #include <Tests/Support/RecordLocks.h>
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -22,6 +24,7 @@ namespace {
 
 using namespace WFileSystem;
 using ::testing::ElementsAre;
+using TestSupport::Child;
 using TestSupport::Recorder;
 
 IF_COMMIT_AND_CLOSE_WAS_NOT_CALLED const POLICIES[] = {TRUNCATE_FILE, DELETE_FILE, KEEP_FILE};
@@ -110,6 +113,24 @@ TYPED_TEST(WritingFilePolicyTest, ThePolicyAppliesAfterFailedOperations) {
     recorder.Stop();
     EXPECT_EQ(TestSupport::ReadFile(this->path_), "abc3456789");
     file.reset();
+    EXPECT_EQ(TestSupport::ReadFile(this->path_), "");
+}
+
+TYPED_TEST(WritingFilePolicyTest, NoPolicyAppliesInAProcessThatIsKilled) {
+    for (auto const policy : POLICIES) {
+        Child child([&](Child::Parent&) {
+            auto const file = this->Write(policy);
+            ::raise(SIGKILL);
+        });
+        EXPECT_EQ(child.Wait(), -SIGKILL);
+        EXPECT_EQ(TestSupport::ReadFile(this->path_), "abc3456789");
+    }
+}
+
+TYPED_TEST(WritingFilePolicyTest, ThePolicyAppliesInAForkedChildThatDestroysItsCopy) {
+    auto file = this->Write(TRUNCATE_FILE);
+    Child child([&](Child::Parent&) { file.reset(); });
+    EXPECT_EQ(child.Wait(), 0);
     EXPECT_EQ(TestSupport::ReadFile(this->path_), "");
 }
 

@@ -80,6 +80,18 @@ std::vector<std::wstring> Expected(std::wstring const& canonical) {
     return names;
 }
 
+/// Whether a part but the last may stand for "..", and so lead out of the tree.
+bool MayClimb(std::wstring const& canonical) {
+    constexpr std::size_t NONE = std::wstring::npos;
+    for (std::size_t part = canonical.find(L"/."); part != NONE; part = canonical.find(L"/.", part + 1)) {
+        std::size_t const end = canonical.find(L'/', part + 1);
+        if (end != NONE && canonical.find_first_of(L"*?[", part) < end) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
@@ -88,8 +100,8 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     std::wstring const pattern =
         tree.Path() + L'/' + Fuzz::Widened(Fuzz::Input(data, std::min(size, LONGEST_PATTERN)).Line());
     std::wstring const canonical = PathModel::Combine(pattern, L"", PathModel::Native());
-    if (canonical.rfind(tree.Path(), 0) != 0) {
-        return 0; // it leads out of the tree
+    if (canonical.rfind(tree.Path(), 0) != 0 || MayClimb(canonical)) {
+        return 0; // it leads out of the tree, where names come and go
     }
     std::vector<std::wstring> const expected = Expected(canonical);
     auto const names = WFileSystem::Path::GetFileNamesWithPattern(pattern.c_str());
