@@ -32,6 +32,7 @@ packages_for() {
         clean-root) echo debootstrap gzip util-linux ;;
         fuzz) echo clang libclang-rt-dev ;;
         coverage) echo gcovr ;;
+        breaks) echo binutils git python3 ;;
         *) fail "no packages are known for '$1'" ;;
     esac
 }
