@@ -4,12 +4,14 @@
 usage: breaks.py [--check | --list] [PATTERN]     (in the repository's root)
 
 The tables are Tests/Breaks/*.toml; README.md there tells their format. The breaks are made in a copy of the sources,
-build/breaks/tree, whose tests are built in build/breaks/build. build/breaks/report.txt keeps what was printed.
+build/breaks/tree, which is built in build/breaks/build. build/breaks/report.txt keeps what was printed.
 """
 
 import concurrent.futures
 import dataclasses
+import fcntl
 import fnmatch
+import hashlib
 import json
 import os
 import pathlib
@@ -27,13 +29,13 @@ TABLES = pathlib.Path("Tests/Breaks")
 WORK = pathlib.Path("build/breaks")
 TREE = WORK / "tree"
 BUILD = WORK / "build"
-# What is built soonest.
+# What is built soonest; and broken code may warn.
 OPTIONS = {
     "CMAKE_BUILD_TYPE": "Debug",
     "CMAKE_CXX_FLAGS_DEBUG": "",
     "CMAKE_EXE_LINKER_FLAGS": "-fuse-ld=gold",
-    "WFILESYSTEM_BUILD_TOOLS": "OFF",
     "WFILESYSTEM_BUILD_EXAMPLES": "OFF",
+    "WFILESYSTEM_BUILD_TOOLS": "OFF",
 }
 # The programs that test the library.
 PROGRAMS = ["BaseTests", "DataTypeTests", "SynchTests", "FileSystemTests", "FaultTests", "TroubleTests"]
@@ -140,7 +142,7 @@ class Log:
 
 
 def copy_sources():
-    """Makes the copy what the sources are now; what did not change keeps its time."""
+    """Makes the copy what the sources are now; what did not change keeps its time. Gives a digest of what is built."""
     listing = subprocess.run(
         ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], check=True, capture_output=True
     )
@@ -148,13 +150,17 @@ def copy_sources():
     if TREE.is_dir():
         for path in [path for path in TREE.rglob("*") if path.is_file() and str(path.relative_to(TREE)) not in names]:
             path.unlink()
-    for name in names:
+    digest = hashlib.sha256()
+    for name in sorted(names):
         source, copy = pathlib.Path(name), TREE / name
         content = source.read_bytes()
         if not copy.is_file() or copy.read_bytes() != content:
             copy.parent.mkdir(parents=True, exist_ok=True)
             copy.write_bytes(content)
         copy.chmod(source.stat().st_mode)
+        if TABLES not in source.parents and source.suffix != ".md":
+            digest.update(f"{name} {len(content)} ".encode() + content)
+    return digest.hexdigest()
 
 
 def build(programs):
@@ -170,7 +176,8 @@ def build(programs):
 
 
 def build_unbroken():
-    copy_sources()
+    """Copies the sources and builds them. Gives a digest of them."""
+    digest = copy_sources()
     options = [f"-D{name}={value}" for name, value in OPTIONS.items()]
     configured = subprocess.run(
         ["cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja", *options],
@@ -181,6 +188,7 @@ def build_unbroken():
     error = build(PROGRAMS)
     if error is not None:
         sys.exit(f"without a break, the tests do not build: {error}")
+    return digest
 
 
 def list_tests():
@@ -276,12 +284,10 @@ class Judge:
         if known in programs:
             left.remove(known)
             yield [known]
-        likely = set(choose(list(programs), one.tests))
-        for tests in ([test for test in left if test in likely], [test for test in left if test not in likely]):
-            for program in PROGRAMS:
-                group = [test for test in tests if programs[test] == program]
-                if group:
-                    yield self.runner.sort(group)
+        likely = [test for test in choose(list(programs), one.tests) if test in left]
+        for tests in (likely, [test for test in left if test not in likely]):
+            for program in dict.fromkeys(programs[test] for test in tests):
+                yield self.runner.sort(test for test in tests if programs[test] == program)
 
     def verdict(self, one):
         """What is to be said of a break that is in place, and whether that is well."""
@@ -302,16 +308,27 @@ def run_breaks(breaks):
     begin = time.monotonic()
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     WORK.mkdir(parents=True, exist_ok=True)
+    lock = (WORK / "lock").open("w")
+    try:
+        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        sys.exit("another run is at work")
     log = Log(WORK / "report.txt")
 
-    build_unbroken()
+    digest = build_unbroken()
     runner = Runner(list_tests())
     for one in breaks:
         choose(list(runner.programs), one.tests)
-    log(f"{len(runner.programs)} tests, without a break")
-    failed = runner.first_failure(list(runner.programs))
-    if failed is not None:
-        sys.exit(f"without a break, {failed} fails")
+    unbroken = WORK / "unbroken.json"
+    known = json.loads(unbroken.read_text()) if unbroken.is_file() else {}
+    if known.get("digest") == digest:
+        runner.seconds = known["seconds"]
+    else:
+        failed = runner.first_failure(list(runner.programs))
+        if failed is not None:
+            sys.exit(f"without a break, {failed} fails")
+        unbroken.write_text(json.dumps({"digest": digest, "seconds": runner.seconds}))
+    log(f"{len(runner.programs)} tests, which pass without a break")
 
     judge = Judge(runner)
     caught = 0
