@@ -34,6 +34,8 @@ OPTIONS = {
     "CMAKE_BUILD_TYPE": "Debug",
     "CMAKE_CXX_FLAGS_DEBUG": "",
     "CMAKE_EXE_LINKER_FLAGS": "-fuse-ld=gold",
+    "CMAKE_SHARED_LINKER_FLAGS": "-fuse-ld=gold",
+    "CMAKE_PROJECT_INCLUDE": "Tests/Breaks/breaks.cmake",
     "WFILESYSTEM_BUILD_EXAMPLES": "OFF",
     "WFILESYSTEM_BUILD_TOOLS": "OFF",
 }
