@@ -33,6 +33,7 @@ packages_for() {
         clean-root) echo debootstrap gzip util-linux ;;
         distributed) echo attr glusterfs-client glusterfs-server iproute2 util-linux ;;
         coverage) echo gcovr ;;
+        breaks) echo binutils git python3 ;;
         *) fail "no packages are known for '$1'" ;;
     esac
 }

@@ -180,6 +180,16 @@ TEST_F(FileStreamTest, CopyOfDescriptorsTurnsAFailedReadIntoAWriteOfFourGigabyte
     EXPECT_EQ(recorder.Find("write").size, 4294967295UL);
 }
 
+TEST_F(FileStreamTest, CopyOfDescriptorsTakesAnInterruptedReadForAFailedOne) {
+    int const to = OpenDescriptor("to", O_WRONLY | O_CREAT);
+    auto const buffer = MakeBuffer(16);
+    Recorder recorder;
+    recorder.On("read").Script({-1, 0}, EINTR);
+    recorder.On("write").FailWithoutCalling(EFAULT);
+    EXPECT_EQ(File::Copy(0, to, *buffer), 0);
+    EXPECT_EQ(recorder.Names(), "read write read fsync");
+}
+
 TEST_F(FileStreamTest, CopyOfDescriptorsAfterAFailedReadReportsAWriteThatTransfersSomething) {
     int const to = OpenDescriptor("to", O_WRONLY | O_CREAT);
     auto const buffer = MakeBuffer(16);

@@ -253,6 +253,12 @@ TEST_F(InprocessSemaphoreTest, AWaitWithALimitThatFailsIsReportedWithItsCode) {
     ExpectNoWaiters(taken_);
 }
 
+TEST_F(InprocessSemaphoreTest, AWaitWithALimitIsNotRepeatedAfterAnInterruption) {
+    recorder_.On("pthread_cond_timedwait").First(1).Fail(EINTR);
+    EXPECT_REPORT(taken_.WaitForResource(1000), L"::pthread_cond_timedwait failed", EINTR);
+    EXPECT_EQ(recorder_.Count("pthread_cond_timedwait"), 1U);
+}
+
 TEST_F(InprocessSemaphoreTest, AFailingClockIsReportedWithWhatItReturned) {
     recorder_.On("gettimeofday").Fail(EFAULT);
     EXPECT_REPORT(free_.WaitForResource(1000), L"::gettimeofday failed", -1);

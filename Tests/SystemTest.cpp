@@ -58,6 +58,13 @@ TEST(SystemTest, AnUnknownErrorIsDescribedToo) {
     EXPECT_GT(WBase::GetSystemErrorDescription(0xFFFFFFFF).size(), 0U);
 }
 
+TEST(SystemTest, BadBytesInTheSystemsWordsAreReplaced) {
+    char words[] = "Zugriff f\xFCr alle verweigert";
+    Recorder recorder("strerror_r");
+    recorder.On("strerror_r").Instead([&](Call const&) { return reinterpret_cast<long>(words); });
+    EXPECT_STREQ(WBase::GetSystemErrorDescription(EACCES).c_str(), L"Zugriff f\uFFFDr alle verweigert");
+}
+
 // ---- The directory for temporary files
 
 std::string ContainerPathWith(std::optional<std::string> const& value) {

@@ -456,7 +456,8 @@ void Recorder::Rule::Instead(std::function<long(Call const&)> action) {
 }
 
 void Recorder::Rule::RefuseUnlessItCanFail() const {
-    if (rule_->function == "umask" || rule_->function == "getenv" || rule_->function == "globfree") {
+    if (rule_->function == "umask" || rule_->function == "getenv" || rule_->function == "globfree" ||
+        rule_->function == "strerror_r") {
         throw std::invalid_argument("A call of '" + rule_->function + "' can't fail.");
     }
 }

@@ -84,7 +84,8 @@ public:
     /// recorded.
     static char const* const FILE_CALLS;   ///< descriptors, paths, streams, sigaction, the sleeping functions (default)
     static char const* const THREAD_CALLS; ///< pthread_mutex_..., pthread_cond_..., gettimeofday
-    /// Both, and getenv. clock_gettime, which every wait of a test calls as well, is recorded where it is named only.
+    /// Both, and getenv. clock_gettime, which every wait of a test calls as well, and strerror_r are recorded where they
+    /// are named only.
     static char const* const EVERY_CALL;
 
     class Rule;
@@ -162,8 +163,8 @@ public:
     /// indicator set, or for the functions that return their error the number itself. The function is not called,
     /// except that `close` and `fclose` do close. A failing `nanosleep` has not slept, a failing `sleep` returns its
     /// argument.
-    /// \throws std::invalid_argument for `umask`, `getenv` and `globfree`, which can't fail; so do the next three
-    ///     functions
+    /// \throws std::invalid_argument for `umask`, `getenv`, `globfree` and `strerror_r`, which can't fail; so do the next
+    ///     three functions
     void Fail(int error);
     /// As Fail, but `close` and `fclose` are not called either.
     void FailWithoutCalling(int error);

@@ -330,6 +330,13 @@ INTERPOSE(char*, getenv, char const* name) {
         [&](unsigned long) { return next_getenv(name); });
 }
 
+// The GNU form; where the other one is the system's, nobody calls this.
+INTERPOSE(char*, strerror_r, int error, char* buffer, size_t size) {
+    return Observe<char*>(
+        "strerror_r", FailsWith::NEVER, [&](Call& call) { SetSize(call, buffer, size); },
+        [&](unsigned long) { return next_strerror_r(error, buffer, size); });
+}
+
 INTERPOSE(int, glob, char const* pattern, int flags, int (*onError)(char const*, int), glob_t* result) {
     return Observe<int>(
         "glob", FailsWith::ERROR_NUMBER,
@@ -584,8 +591,8 @@ INTERPOSE(char*, __fgets_chk, char* buffer, size_t room, int size, FILE* stream)
 #endif
 
 bool IsInterposed(std::string_view function) {
-    return (' ' + std::string(Recorder::EVERY_CALL) + " clock_gettime ").find(' ' + std::string(function) + ' ') !=
-           std::string::npos;
+    return (' ' + std::string(Recorder::EVERY_CALL) + " clock_gettime strerror_r ")
+               .find(' ' + std::string(function) + ' ') != std::string::npos;
 }
 
 #define FILE_CALL_NAMES                                                                                                \
