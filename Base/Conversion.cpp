@@ -17,14 +17,11 @@ struct Sequence {
     bool isValid;
 };
 
-/// Reads the sequence at the head of a NUL-terminated text. Of a bad one, the length is that of the longest beginning
-/// that a valid sequence could have, at least 1.
+/// Reads the sequence at the head of a NUL-terminated text that does not begin with ASCII. Of a bad one, the length is
+/// that of the longest beginning that a valid sequence could have, at least 1.
 Sequence ReadSequence(char const* text) noexcept {
     auto const byteAt = [text](unsigned int index) { return static_cast<unsigned char>(text[index]); };
     unsigned int const lead = byteAt(0);
-    if (lead < 0x80) {
-        return {lead, 1, true};
-    }
     if (lead < 0xC2 || lead > 0xF4) {
         return {0, 1, false};
     }
@@ -45,11 +42,10 @@ Sequence ReadSequence(char const* text) noexcept {
     return {codePoint, length, true};
 }
 
+/// Writes a code point that is not ASCII; returns the end.
 char* WriteSequence(char32_t codePoint, char* out) noexcept {
     auto const put = [&out](char32_t byte) { *out++ = static_cast<char>(byte); };
-    if (codePoint < 0x80) {
-        put(codePoint);
-    } else if (codePoint < 0x800) {
+    if (codePoint < 0x800) {
         put(0xC0 | codePoint >> 6);
         put(0x80 | (codePoint & 0x3F));
     } else if (codePoint < 0x10000) {

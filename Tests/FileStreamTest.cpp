@@ -527,6 +527,15 @@ TEST_F(FileStreamTest, ReadLineOfAStreamIntoOneByteLooksLikeTheEnd) {
     EXPECT_EQ(buffer->GetSize(), 0);
 }
 
+TEST_F(FileStreamTest, ReadLineOfAStreamIntoAnEmptyBufferReadsNothing) {
+    Make("file", "abc\n");
+    FILE* const stream = OpenStream("file", "r");
+    auto const buffer = MakeBuffer(0);
+    File::ReadLine(stream, *buffer);
+    EXPECT_EQ(buffer->GetSize(), 0U);
+    EXPECT_EQ(std::ftell(stream), 0);
+}
+
 // Sizes, truncation, flushing
 
 TEST_F(FileStreamTest, FlushOfADescriptorSyncsAndIsRepeatedWhileInterrupted) {

@@ -305,6 +305,14 @@ TEST_F(ReadableFileBufferTest, ThePositionIsSetFromAllThreeOrigins) {
     EXPECT_EQ(stream.seekg(4).get(), 'e');
 }
 
+TEST_F(ReadableFileBufferTest, TheStartAndTheEndThemselvesAreOriginsToo) {
+    auto const file = OpenToRead("abcdef");
+    ReadableFileStream stream(*file, 4);
+    EXPECT_EQ(stream.get(), 'a');
+    EXPECT_EQ(stream.seekg(0, std::ios_base::end).tellg(), 6);
+    EXPECT_EQ(stream.seekg(0, std::ios_base::beg).get(), 'a');
+}
+
 TEST_F(ReadableFileBufferTest, APositionThatCanNotBeSetIsTheLibrarysException) {
     auto const file = OpenToRead("abcdef");
     ReadableFileStream stream(*file);
@@ -363,6 +371,19 @@ TEST_F(WriteableFileBufferTest, CharactersFillTheBuffer) {
     stream.flush();
     EXPECT_THAT(recorder.Calls(), ElementsAre("write(4)", "write(3)"));
     EXPECT_EQ(Content(), "abcde\xFFg");
+}
+
+TEST_F(WriteableFileBufferTest, ToMakeRoomForNothingWritesWhatWasCollected) {
+    struct Opened : WriteableFileBuffer {
+        using WriteableFileBuffer::overflow;
+        using WriteableFileBuffer::WriteableFileBuffer;
+    };
+    auto const file = OpenToWrite();
+    Opened buffer(*file);
+    buffer.sputn("ab", 2);
+    EXPECT_NE(buffer.overflow(Opened::traits_type::eof()), Opened::traits_type::eof());
+    buffer.pubsync();
+    EXPECT_EQ(Content(), "ab");
 }
 
 TEST_F(WriteableFileBufferTest, ATextThatFitsIntoTheBufferIsNotTorn) {

@@ -39,6 +39,15 @@ private:
     std::function<void(Notified const&)> action_;
 };
 
+/// Counts in its own way, and is not interested in the end.
+class Owned : public ReferenceCounted {
+public:
+    void AddRef() const noexcept override { ++calls_; }
+    void Release() const noexcept override { ++calls_; }
+
+    mutable int calls_ = 0;
+};
+
 class ReferenceCountedImplTest : public ::testing::Test {
 protected:
     std::atomic<int> destructions_{0};
@@ -127,6 +136,12 @@ TEST_F(ReferenceCountedImplTest, TheLastOfManyThreadsDestroysTheObject) {
         other.join();
         EXPECT_EQ(destructions_, round);
     }
+}
+
+TEST_F(ReferenceCountedImplTest, TheEndIsNewsThatMayBeIgnored) {
+    Owned const object;
+    object.ReferenceCountIsAboutToReachZero();
+    EXPECT_EQ(object.calls_, 0);
 }
 
 // ---- The slots

@@ -396,8 +396,10 @@ TEST_F(WholeFileTest, CopyAttributesAppliesTimesOwnerAndPermissionsInThisOrder) 
 TEST_F(WholeFileTest, CopyAttributesPassesUserAndGroupOn) {
     Recorder recorder;
     recorder.On("stat").Instead([](TestSupport::Call const& call) {
-        static_cast<struct stat*>(call.data)->st_uid = 11;
-        static_cast<struct stat*>(call.data)->st_gid = 12;
+        struct stat status = {};
+        status.st_uid = 11;
+        status.st_gid = 12;
+        *static_cast<struct stat*>(call.data) = status;
         return 0L;
     });
     recorder.On("chown").Return(0);
@@ -420,8 +422,10 @@ TEST_F(WholeFileTest, CopyAttributesDropsFractionsOfSeconds) {
 TEST_F(WholeFileTest, CopyAttributesGoesBeyond32BitsOfSeconds) {
     Recorder recorder;
     recorder.On("stat").Instead([](TestSupport::Call const& call) {
-        static_cast<struct stat*>(call.data)->st_atim.tv_sec = -0x80000001LL;
-        static_cast<struct stat*>(call.data)->st_mtim.tv_sec = 0x123456789LL;
+        struct stat status = {};
+        status.st_atim.tv_sec = -0x80000001LL;
+        status.st_mtim.tv_sec = 0x123456789LL;
+        *static_cast<struct stat*>(call.data) = status;
         return 0L;
     });
     for (char const* const function : {"utime", "chown", "chmod"}) {
