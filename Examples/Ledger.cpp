@@ -49,7 +49,7 @@ unsigned int ReadCount(WFileSystem::ReadableFile& file) {
 }
 
 long long PositionOf(unsigned long record) {
-    return static_cast<long long>(HEAD_SIZE + record * RECORD_SIZE);
+    return HEAD_SIZE + static_cast<long long>(record) * RECORD_SIZE;
 }
 
 /// Appends a record, an account and an amount, and adds the time that the locks took to `waited`.
