@@ -758,6 +758,11 @@ TEST_F(ToErrorCodeTest, AnErrorInTheSystemsOwnSpaceComesFirst) {
     EXPECT_EQ(ToErrorCode(Wrapped(error, WBase::MESSAGE_DOMAIN_UNKNOWN, EACCES)), std::errc::io_error);
 }
 
+TEST_F(ToErrorCodeTest, TheNumberZeroIsPassedOver) {
+    WBase::Message const error(WBase::MESSAGE_DOMAIN_ERRNO, EIO, nullptr);
+    EXPECT_EQ(ToErrorCode(Wrapped(error, WBase::MESSAGE_DOMAIN_ERRNO, 0)), std::errc::io_error);
+}
+
 TEST_F(ToErrorCodeTest, TextThatCanNotBeConvertedIsAnErrorToo) {
     try {
         ToWidePath("\xFF");
