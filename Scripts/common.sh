@@ -85,36 +85,19 @@ test_preset() {
     ctest --preset "$1" --parallel "$(processors)" || fail "tests of the preset '$1' failed"
 }
 
-# suites_of PROGRAM: the suites of its tests, one a line, each as a filter.
-suites_of() {
-    "$1" --gtest_list_tests | sed -n 's/^\([^ ]*\.\)\( .*\)\{0,1\}$/\1*/p'
-}
-
-# run_suite SECONDS WRAPPER LEFT_OUT PROGRAM FILTER: runs one suite; what it says is shown where it fails. For run_suites.
+# run_suite SECONDS WRAPPER PROGRAM FILTER: runs the tests that the filter names as one process, the words of WRAPPER in front of
+# it; what it says is shown where one fails, or where it takes longer than SECONDS. (ctest runs every test as a process of its own, so
+# that none can rely on another one. That is dear where a process is.)
 run_suite() {
     local log status=0
     local -a words
     read -ra words <<<"$2"
     log=$(mktemp)
-    timeout --kill-after 5 "$1" "${words[@]}" "$4" "--gtest_filter=$5${3:+-$3}" </dev/null >"$log" 2>&1 || status=$?
+    timeout --kill-after 5 "$1" "${words[@]}" "$3" "--gtest_filter=$4" </dev/null >"$log" 2>&1 || status=$?
     if ((status)); then
         grep -v '^\[ \+\(OK\|RUN\) ' "$log" | head -n 300
-        echo "FAILED with exit status $status: $4 '--gtest_filter=$5${3:+-$3}'"
+        echo "FAILED with exit status $status: $3 '--gtest_filter=$4'"
     fi
     rm -f "$log"
     return "$status"
-}
-
-# run_suites SECONDS WRAPPER LEFT_OUT PROGRAM...: runs every suite of the tests of these programs as a process of its own, many at
-# once, the words of WRAPPER in front of each, without the tests that the filter LEFT_OUT names. None may take longer than SECONDS.
-# (ctest runs every test as a process of its own, so that none can rely on another one. That is dear where a process is.)
-run_suites() {
-    local seconds=$1 wrapper=$2 left_out=$3 program suites
-    shift 3
-    suites=$(for program in "$@"; do suites_of "$program" | sed "s|^|$program |"; done)
-    [[ $suites ]] || fail "there are no tests in $*"
-    export -f run_suite
-    xargs -L 1 -P "$(processors)" bash -c 'run_suite "$@"' bash "$seconds" "$wrapper" "$left_out" <<<"$suites" ||
-        fail "tests failed"
-    echo "$(wc -l <<<"$suites") suites of tests passed"
 }

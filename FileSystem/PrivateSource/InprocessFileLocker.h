@@ -6,11 +6,13 @@
 // There is one locker for each file identity that is open as a file object, found through the module's registry. A file
 // object holds it, through a LockPtr, from its opening to its end.
 //
-// The rules of the mutexes: 1. The registry's mutex guards the map and every decision about a locker's last reference.
-// 2. A semaphore's mutex guards its count and its waiters, and is released before a wait returns. 3. The two are never
-// held together. The registry's mutex may be taken inside the module's busy word, never the reverse. 4. The reference
-// count is atomic: references may be added and dropped in any thread, and only the fall from 1 to 0 needs the
-// registry's mutex.
+// The rules of the mutexes:
+// 1. The registry's mutex guards the map and every decision about a locker's last reference.
+// 2. A semaphore's mutex guards its count and its waiters, and is released before a wait returns.
+// 3. The two are never held together. The registry's mutex may be taken inside the module's busy word, never the
+//    reverse.
+// 4. The reference count is atomic: references may be added and dropped in any thread, and only the fall from 1 to 0
+//    needs the registry's mutex.
 //
 //   state of the semaphore           Lock()                 LockWithTimeOut()          Unlock()
 //   free (count 1)                   held                   held, true                 over-released
